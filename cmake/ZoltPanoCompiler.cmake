@@ -1,0 +1,32 @@
+# Compiler settings shared by every target of the project, carried by the interface target
+# zoltpano_options.
+add_library(zoltpano_options INTERFACE)
+
+if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
+  target_compile_options(zoltpano_options INTERFACE -Wall -Wextra -Wno-unused-parameter)
+  if(ZOLTPANO_WERROR)
+    target_compile_options(zoltpano_options INTERFACE -Werror)
+  endif()
+endif()
+
+if(ZOLTPANO_SANITIZE)
+  string(REPLACE "," ";" _zp_sanitizers "${ZOLTPANO_SANITIZE}")
+  foreach(_s IN LISTS _zp_sanitizers)
+    if(NOT _s MATCHES "^(address|undefined|thread|leak)$")
+      message(FATAL_ERROR "ZOLTPANO_SANITIZE: unknown sanitizer '${_s}'")
+    endif()
+  endforeach()
+  if("thread" IN_LIST _zp_sanitizers AND "address" IN_LIST _zp_sanitizers)
+    message(FATAL_ERROR "ZOLTPANO_SANITIZE: 'thread' cannot be combined with 'address'")
+  endif()
+  target_compile_options(zoltpano_options INTERFACE
+    -fsanitize=${ZOLTPANO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(zoltpano_options INTERFACE -fsanitize=${ZOLTPANO_SANITIZE})
+endif()
+
+# 32-bit ARM: NEON, and half floats in IEEE format, which Highway's NEON target needs.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|armv7|armv7-a|armeabi-v7a)" AND NOT ANDROID)
+  target_compile_options(zoltpano_options INTERFACE -mfp16-format=ieee)
+elseif(ANDROID AND ANDROID_ABI STREQUAL "armeabi-v7a")
+  target_compile_options(zoltpano_options INTERFACE -mfpu=neon -mfp16-format=ieee)
+endif()

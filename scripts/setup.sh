@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# Installs everything zoltpano needs on Debian 12 (bookworm) with apt-get.
+# Idempotent: packages already present are left alone. Run as root, or as a user with sudo.
+#   scripts/setup.sh           host build, tests, benchmarks, tools, photos
+#   scripts/setup.sh --armhf   also the ARM cross compiler, qemu-user and mmdebstrap
+set -euo pipefail
+
+want_armhf=0
+for a in "$@"; do
+  case "$a" in
+    --armhf) want_armhf=1 ;;
+    -h|--help) sed -n '2,6p' "$0"; exit 0 ;;
+    *) echo "setup.sh: unknown option '$a'" >&2; exit 2 ;;
+  esac
+done
+
+SUDO=""
+if [ "$(id -u)" -ne 0 ]; then
+  if command -v sudo >/dev/null 2>&1; then SUDO="sudo"; else
+    echo "setup.sh: run as root or install sudo" >&2; exit 1; fi
+fi
+
+pkgs=(
+  build-essential cmake ninja-build pkg-config git
+  libopencv-dev libhwy-dev libgtest-dev libgmock-dev libbenchmark-dev
+  android-liblog-dev android-platform-frameworks-native-headers
+  libcli11-dev nlohmann-json3-dev
+  lomiri-wallpapers-16.04 lomiri-wallpapers-20.04
+)
+if [ "$want_armhf" -eq 1 ]; then
+  pkgs+=(g++-arm-linux-gnueabihf qemu-user mmdebstrap)
+fi
+
+missing=()
+for p in "${pkgs[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+if [ "${#missing[@]}" -gt 0 ]; then
+  echo "setup.sh: installing ${missing[*]}"
+  export DEBIAN_FRONTEND=noninteractive
+  $SUDO apt-get update -qq
+  $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+fi
+echo "setup.sh: host packages ready"
