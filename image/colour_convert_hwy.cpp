@@ -25,6 +25,7 @@
 // num / 4000 == (num / 32) / 125 (floor divisions), the division by 8 or 32 done on split
 // coefficients (c == 8 * hi + lo, so floor(num / 8) == sum(hi * x) + floor(sum(lo * x) / 8)), and
 // for 0 <= x < 59074, floor(x / 125) == (x * 33555) >> 22 (33555 * 125 == 2^22 + 71).
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -272,6 +273,11 @@ std::vector<const ColourKernels*> vectorColourKernelsForEachTarget() {
     all.push_back(HWY_DYNAMIC_DISPATCH(KernelsForTarget)());
   }
   hwy::SetSupportedTargetsForTest(0);
+  // A single compiled target (NEON on 32-bit ARM) is dispatched statically, whatever the CPU
+  // reports; the chosen kernels belong in the list in any case.
+  if (std::find(all.begin(), all.end(), &vectorColourKernels()) == all.end()) {
+    all.push_back(&vectorColourKernels());
+  }
   return all;
 }
 

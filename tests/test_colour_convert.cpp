@@ -25,8 +25,8 @@ const std::vector<const ColourKernels*>& vectorTargets() {
 
 // The reference and every vector target.
 std::vector<const ColourKernels*> allKernels() {
-  std::vector<const ColourKernels*> all{&ref()};
-  all.insert(all.end(), vectorTargets().begin(), vectorTargets().end());
+  std::vector<const ColourKernels*> all = vectorTargets();
+  all.push_back(&ref());
   return all;
 }
 
