@@ -41,6 +41,31 @@
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
 #include <hwy/highway.h>
 
+#ifndef ZOLT_IMAGE_COLOUR_CONVERT_HWY_SHARED_
+#define ZOLT_IMAGE_COLOUR_CONVERT_HWY_SHARED_
+namespace zolt {
+namespace {
+// V, U of grey blocks (SR = SG = SB = sum, 0..1020) as the reference gives them: every grey
+// block is a whole-number case, and flat grey, white and black areas are common.
+const uint8_t* GreyBlockChroma(int sum) {
+  static const std::vector<uint8_t> table = [] {
+    std::vector<uint8_t> t(2 * 1021);
+    for (int s = 0; s <= 1020; ++s) {
+      uint8_t px[4][3];
+      for (int p = 0; p < 4; ++p) {
+        const auto v = static_cast<uint8_t>(s / 4 + (p < s % 4 ? 1 : 0));
+        px[p][0] = px[p][1] = px[p][2] = v;
+      }
+      referenceBlockChroma(px[0], px[1], px[2], px[3], &t[2 * s]);
+    }
+    return t;
+  }();
+  return &table[2 * sum];
+}
+}  // namespace
+}  // namespace zolt
+#endif
+
 HWY_BEFORE_NAMESPACE();
 namespace zolt {
 namespace HWY_NAMESPACE {
@@ -207,12 +232,15 @@ HWY_INLINE void BgrChunk(const uint8_t* row0, const uint8_t* row1, uint8_t* y0, 
   if (HWY_LIKELY(hn::AllFalse(du, any))) return;
   // Whole-number lanes: the double result depends on rounding, so the reference decides.
   constexpr size_t kMax = HWY_MAX_BYTES / 2;
-  uint16_t f[5][kMax];
+  uint16_t f[5][kMax], s[3][kMax];
   hn::StoreU(hn::VecFromMask(du, w0e), du, f[0]);
   hn::StoreU(hn::VecFromMask(du, w0o), du, f[1]);
   hn::StoreU(hn::VecFromMask(du, w1e), du, f[2]);
   hn::StoreU(hn::VecFromMask(du, w1o), du, f[3]);
   hn::StoreU(hn::VecFromMask(du, hn::Or(wV, wU)), du, f[4]);
+  hn::StoreU(sr, du, s[0]);
+  hn::StoreU(sg, du, s[1]);
+  hn::StoreU(sb, du, s[2]);
   const size_t blocks = hn::Lanes(du);
   for (size_t i = 0; i < blocks; ++i) {
     const uint8_t* p00 = row0 + 6 * i;
@@ -221,7 +249,12 @@ HWY_INLINE void BgrChunk(const uint8_t* row0, const uint8_t* row1, uint8_t* y0, 
     if (f[1][i]) y0[2 * i + 1] = referenceLuma(p00 + 3);
     if (f[2][i]) y1[2 * i] = referenceLuma(p10);
     if (f[3][i]) y1[2 * i + 1] = referenceLuma(p10 + 3);
-    if (f[4][i]) referenceBlockChroma(p00, p00 + 3, p10, p10 + 3, vu + 2 * i);
+    if (!f[4][i]) continue;
+    if (s[0][i] == s[1][i] && s[1][i] == s[2][i]) {
+      std::memcpy(vu + 2 * i, GreyBlockChroma(s[0][i]), 2);
+    } else {
+      referenceBlockChroma(p00, p00 + 3, p10, p10 + 3, vu + 2 * i);
+    }
   }
 }
 
