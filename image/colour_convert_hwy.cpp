@@ -47,7 +47,7 @@ namespace zolt {
 namespace {
 // V, U of grey blocks (SR = SG = SB = sum, 0..1020) as the reference gives them: every grey
 // block is a whole-number case, and flat grey, white and black areas are common.
-const uint8_t* GreyBlockChroma(int sum) {
+HWY_MAYBE_UNUSED const uint8_t* GreyBlockChroma(int sum) {
   static const std::vector<uint8_t> table = [] {
     std::vector<uint8_t> t(2 * 1021);
     for (int s = 0; s <= 1020; ++s) {
@@ -231,28 +231,36 @@ HWY_INLINE void BgrChunk(const uint8_t* row0, const uint8_t* row1, uint8_t* y0, 
   const auto any = hn::Or(hn::Or(hn::Or(w0e, w0o), hn::Or(w1e, w1o)), hn::Or(wV, wU));
   if (HWY_LIKELY(hn::AllFalse(du, any))) return;
   // Whole-number lanes: the double result depends on rounding, so the reference decides.
-  constexpr size_t kMax = HWY_MAX_BYTES / 2;
-  uint16_t f[5][kMax], s[3][kMax];
-  hn::StoreU(hn::VecFromMask(du, w0e), du, f[0]);
-  hn::StoreU(hn::VecFromMask(du, w0o), du, f[1]);
-  hn::StoreU(hn::VecFromMask(du, w1e), du, f[2]);
-  hn::StoreU(hn::VecFromMask(du, w1o), du, f[3]);
-  hn::StoreU(hn::VecFromMask(du, hn::Or(wV, wU)), du, f[4]);
+  // Lane i of the luma masks is pixel 2 * i (even) or 2 * i + 1 (odd), of the chroma mask block i.
+  const auto lanes = [&](MU16 m) {
+    uint8_t bytes[8] = {};
+    hn::StoreMaskBits(du, m, bytes);
+    uint64_t bits;
+    std::memcpy(&bits, bytes, sizeof(bits));
+    return bits;
+  };
+  const uint8_t* rows[2] = {row0, row1};
+  uint8_t* lumas[2] = {y0, y1};
+  const MU16 luma[4] = {w0e, w0o, w1e, w1o};
+  for (int m = 0; m < 4; ++m) {
+    for (uint64_t bits = lanes(luma[m]); bits != 0; bits &= bits - 1) {
+      const size_t px = 2 * hwy::Num0BitsBelowLS1Bit_Nonzero64(bits) + (m & 1);
+      lumas[m >> 1][px] = referenceLuma(rows[m >> 1] + 3 * px);
+    }
+  }
+  uint64_t chroma = lanes(hn::Or(wV, wU));
+  if (chroma == 0) return;
+  uint16_t s[3][HWY_MAX_BYTES / 2];
   hn::StoreU(sr, du, s[0]);
   hn::StoreU(sg, du, s[1]);
   hn::StoreU(sb, du, s[2]);
-  const size_t blocks = hn::Lanes(du);
-  for (size_t i = 0; i < blocks; ++i) {
-    const uint8_t* p00 = row0 + 6 * i;
-    const uint8_t* p10 = row1 + 6 * i;
-    if (f[0][i]) y0[2 * i] = referenceLuma(p00);
-    if (f[1][i]) y0[2 * i + 1] = referenceLuma(p00 + 3);
-    if (f[2][i]) y1[2 * i] = referenceLuma(p10);
-    if (f[3][i]) y1[2 * i + 1] = referenceLuma(p10 + 3);
-    if (!f[4][i]) continue;
+  for (; chroma != 0; chroma &= chroma - 1) {
+    const size_t i = hwy::Num0BitsBelowLS1Bit_Nonzero64(chroma);
     if (s[0][i] == s[1][i] && s[1][i] == s[2][i]) {
       std::memcpy(vu + 2 * i, GreyBlockChroma(s[0][i]), 2);
     } else {
+      const uint8_t* p00 = row0 + 6 * i;
+      const uint8_t* p10 = row1 + 6 * i;
       referenceBlockChroma(p00, p00 + 3, p10, p10 + 3, vu + 2 * i);
     }
   }
