@@ -19,7 +19,8 @@
 // product rounds; those lanes (about 1 in 1000 lumas, 1 in 800 blocks for V and 1 in 4000 for U
 // on noise, every block of a grey area) are flagged and recomputed by the reference's own scalar
 // code. A one-off program compared this kernel with the reference over every sum triple
-// SR, SG, SB in 0..1020 (1.06e9 blocks) without a difference; the tests cover all 2^24 pixels.
+// SR, SG, SB in 0..1020 (1.06e9 blocks; SSSE3, SSE4, AVX2, and NEON under qemu) without a
+// difference; the tests cover all 2^24 pixels and every whole-number sum triple.
 //
 // The integer floors stay in 16-bit lanes: num / 1000 == (num / 8) / 125 and
 // num / 4000 == (num / 32) / 125 (floor divisions), the division by 8 or 32 done on split
