@@ -2,6 +2,8 @@
 #include <cstdio>
 #include <exception>
 
+#include <opencv2/core/utils/logger.hpp>
+
 #include "tools/command.h"
 
 namespace zolt::tools {
@@ -27,6 +29,8 @@ void printError(const std::string& command, const std::string& message) {
 
 int main(int argc, char** argv) {
   using namespace zolt::tools;
+  // Our own messages say what went wrong, on one line; OpenCV's warnings would add more.
+  cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
   CLI::App program{"zoltpano: tools around the zoltpano panorama engine"};
   program.name("zoltpano");
   program.require_subcommand(1);
