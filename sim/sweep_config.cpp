@@ -24,8 +24,8 @@ const PresetInfo kPresets[] = {
      "strong tremor and four jerks of 0.1125 C across the sweep while it stalls: "
      "WARN_SHAKE_TOO_BIG on each jerk frame"},
     {"too-fast",
-     "handheld, then a burst through 0.05..0.45 L per frame to 0.5 L per frame: "
-     "WARN_TRACE_LITTLE_QUICK on the ramp, ERR_TRACE_TOO_QUICK at the peak (gyroscope needed)"},
+     "handheld, then a burst through 0.04..0.12 L per frame to one frame at 0.5 L: "
+     "WARN_TRACE_LITTLE_QUICK on the ramp, ERR_TRACE_TOO_QUICK from the peak on (gyroscope needed)"},
     {"goes-back",
      "handheld with one step back of 0.2 L: ERR_TRACE_DIRECTION, then ERR_TRACE_DIRECTION_BACK"},
     {"wrong-axis",
@@ -111,7 +111,7 @@ void SweepConfig::applyPreset(const std::string& name) {
     gyroNoise = 0.005;
   } else if (name == "too-fast") {
     burstSpeed = 0.5;
-    burstFrames = 3;
+    burstFrames = 1;
     burstAt = 0.4;
   } else if (name == "goes-back") {
     backSteps = 1;

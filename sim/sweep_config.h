@@ -52,7 +52,7 @@ struct SweepConfig {
   double backLength = 0.2;      // length of one step back, fraction of L
   int backFrames = 8;           // frames the step back takes
   double burstSpeed = 0.0;      // 0: no burst; else peak speed, fraction of L per frame
-  int burstFrames = 3;          // frames at the peak speed (ramps of 4 frames up, 2 down)
+  int burstFrames = 1;          // frames at the peak speed (ramps of 4 frames up, 2 down)
   double burstAt = 0.5;         // where the burst starts, fraction of the sweep
   int jolts = 0;                // sudden jerks across the sweep while the sweep stalls
   double joltSize = 0.1125;     // size of a jerk, fraction of C

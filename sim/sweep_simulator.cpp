@@ -87,32 +87,38 @@ cv::Mat boxKernel(double len) {
   return k;
 }
 
+// Box blur of length len along one axis: a fractional-end kernel while short, the running-sum
+// box filter (cost independent of the length) when long.
+void axisBlur(cv::Mat& bgr, double len, bool alongX) {
+  if (len > 16.0) {
+    const int n = 2 * static_cast<int>(std::lround(len / 2.0)) + 1;  // odd: nothing moves
+    cv::blur(bgr, bgr, alongX ? cv::Size(n, 1) : cv::Size(1, n), cv::Point(-1, -1),
+             cv::BORDER_REFLECT);
+    return;
+  }
+  const cv::Mat one = cv::Mat::ones(1, 1, CV_32F);
+  cv::sepFilter2D(bgr, bgr, -1, alongX ? boxKernel(len) : one, alongX ? one : boxKernel(len),
+                  cv::Point(-1, -1), 0, cv::BORDER_REFLECT);
+}
+
 // Blur along the motion b (frame pixels during the exposure), centred so nothing moves.
 void motionBlur(cv::Mat& bgr, cv::Point2d b) {
   const double ax = std::fabs(b.x), ay = std::fabs(b.y);
   if (std::max(ax, ay) < 0.5) return;
-  const cv::Mat one = cv::Mat::ones(1, 1, CV_32F);
-  if (ay <= 0.3 * ax) {
-    cv::sepFilter2D(bgr, bgr, -1, boxKernel(ax), one, cv::Point(-1, -1), 0, cv::BORDER_REFLECT);
-  } else if (ax <= 0.3 * ay) {
-    cv::sepFilter2D(bgr, bgr, -1, one, boxKernel(ay), cv::Point(-1, -1), 0, cv::BORDER_REFLECT);
-  } else {
-    const int hx = static_cast<int>(std::ceil(ax / 2.0)) + 1, hy = static_cast<int>(std::ceil(ay / 2.0)) + 1;
-    cv::Mat k = cv::Mat::zeros(2 * hy + 1, 2 * hx + 1, CV_32F);
-    const int steps = 64;
-    for (int i = 0; i < steps; ++i) {  // splat points along the segment bilinearly
-      const double f = (i + 0.5) / steps - 0.5;
-      const double x = hx + f * b.x, y = hy + f * b.y;
-      const int x0 = static_cast<int>(std::floor(x)), y0 = static_cast<int>(std::floor(y));
-      const double fx = x - x0, fy = y - y0;
-      k.at<float>(y0, x0) += static_cast<float>((1 - fx) * (1 - fy));
-      k.at<float>(y0, x0 + 1) += static_cast<float>(fx * (1 - fy));
-      k.at<float>(y0 + 1, x0) += static_cast<float>((1 - fx) * fy);
-      k.at<float>(y0 + 1, x0 + 1) += static_cast<float>(fx * fy);
-    }
-    k /= cv::sum(k)[0];
-    cv::filter2D(bgr, bgr, -1, k, cv::Point(-1, -1), 0, cv::BORDER_REFLECT);
+  if (ay <= 0.3 * ax) return axisBlur(bgr, ax, true);
+  if (ax <= 0.3 * ay) return axisBlur(bgr, ay, false);
+  // Oblique: the mean of copies shifted along the segment (whole-pixel shifts, at most 32).
+  const int n = std::min(32, static_cast<int>(std::ceil(std::max(ax, ay))) + 1);
+  const int px = static_cast<int>(std::ceil(ax / 2)) + 1, py = static_cast<int>(std::ceil(ay / 2)) + 1;
+  cv::Mat padded, acc(bgr.size(), CV_16UC3, cv::Scalar::all(0)), part;
+  cv::copyMakeBorder(bgr, padded, py, py, px, px, cv::BORDER_REFLECT);
+  for (int i = 0; i < n; ++i) {
+    const double f = n > 1 ? static_cast<double>(i) / (n - 1) - 0.5 : 0.0;
+    const int ox = static_cast<int>(std::lround(f * b.x)), oy = static_cast<int>(std::lround(f * b.y));
+    padded(cv::Rect(px + ox, py + oy, bgr.cols, bgr.rows)).convertTo(part, CV_16UC3);
+    acc += part;
   }
+  acc.convertTo(bgr, CV_8UC3, 1.0 / n);
 }
 
 }  // namespace
@@ -226,8 +232,7 @@ cv::Rect2d SweepSimulator::footprint(const Pose& p) const {
 
 // With origin_ at (0, 0): the bounds of every frame's footprint and of the view centres; false
 // when they do not fit the photo.
-bool SweepSimulator::fits(const SweepPlan& plan, cv::Rect2d* bounds, cv::Rect2d* centres) const {
-  (void)plan;
+bool SweepSimulator::fits(cv::Rect2d* bounds, cv::Rect2d* centres) const {
   double cx0 = std::numeric_limits<double>::max(), cy0 = cx0, cx1 = -cx0, cy1 = -cx0;
   double bx0 = cx0, by0 = cx0, bx1 = -cx0, by1 = -cx0;
   bool pitchOk = true;
@@ -313,9 +318,9 @@ void SweepSimulator::build(const cv::Mat& photo) {
     origin_ = {0.0, 0.0};
     middle_ = {0.0, 0.0};
     // The middle depends on the centres, the footprints on the middle: two passes.
-    fits(*plan_, &bounds, &centres);
+    fits(&bounds, &centres);
     middle_ = {centres.x + 0.5 * centres.width, centres.y + 0.5 * centres.height};
-    return fits(*plan_, &bounds, &centres);
+    return fits(&bounds, &centres);
   };
   if (cfg_.frames > 0) {
     if (!tryFrames(cfg_.frames))
@@ -329,7 +334,9 @@ void SweepSimulator::build(const cv::Mat& photo) {
                      ": use fewer frames, a lower speed or a larger photo scale");
   } else {
     const double photoAlong = horizontal ? photo_.cols : photo_.rows;
-    const double room = photoAlong - 2 * kMargin - 1 - alongSize_;
+    double room = photoAlong - 2 * kMargin - 1 - alongSize_;
+    if (cfg_.burstSpeed > 0.0)  // the burst's own travel (peak, and ramps of about 0.5 L)
+      room -= (cfg_.burstFrames * cfg_.burstSpeed + 0.5) * alongSize_;
     int n = static_cast<int>(room / (cfg_.speed * alongSize_)) + 1;
     n = std::clamp(n, 2, 100000);
     if (cfg_.textureless) n = std::min(n, 60);

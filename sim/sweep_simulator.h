@@ -77,7 +77,7 @@ class SweepSimulator {
   // Photo position of frame pixel (u, v) in the rotate model.
   cv::Point2d project(const cv::Matx33d& r, double u, double v) const;
   cv::Rect2d footprint(const Pose& p) const;
-  bool fits(const SweepPlan& plan, cv::Rect2d* bounds, cv::Rect2d* centres) const;
+  bool fits(cv::Rect2d* bounds, cv::Rect2d* centres) const;
   cv::Point2d choosePlacement(const cv::Rect2d& bounds) const;
   void renderBgr(int k, cv::Mat& bgr) const;
 

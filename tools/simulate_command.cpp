@@ -29,6 +29,7 @@ struct SimulateArgs {
   bool force = false;
   bool quiet = false;
   bool listPresets = false;
+  double speedPx = 0.0;  // when given: the mean speed in frame pixels per frame
   // Options that override the preset, applied only when given.
   std::vector<std::function<void(SweepConfig&)>> overrides;
 };
@@ -71,6 +72,7 @@ int runSimulate(SimulateArgs& a) {
     cfg.model = sim::parseModel(a.model);
     cfg.applyPreset(a.preset);
     for (auto& apply : a.overrides) apply(cfg);
+    if (a.speedPx > 0.0) cfg.speed = a.speedPx / (cfg.horizontalSweep() ? cfg.width : cfg.height);
     cfg.photoPath = a.photo;
     cfg.validate();
   } catch (const sim::SimError& e) {
@@ -130,6 +132,8 @@ Command setupSimulate(CLI::App& program) {
   addOverride(app, a, "--vfov", &SweepConfig::vfovDeg, "Field of view across the height, degrees");
   addOverride(app, a, "--photo-scale", &SweepConfig::photoScale, "Resize the photo first (1)");
   addOverride(app, a, "--speed", &SweepConfig::speed, "Mean speed, fraction of the frame per frame");
+  app->add_option("--speed-px", args->speedPx, "Mean speed in frame pixels per frame (instead of --speed)")
+      ->check(CLI::PositiveNumber);
   addOverride(app, a, "--speed-variation", &SweepConfig::speedVariation, "Speed change, +- fraction");
   addOverride(app, a, "--tremor", &SweepConfig::tremor, "Tremor, fraction of the short side");
   addOverride(app, a, "--tremor-roll", &SweepConfig::tremorRollDeg, "Tremor roll, degrees");
