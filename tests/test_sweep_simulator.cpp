@@ -417,3 +417,42 @@ TEST(SweepWriterReader, RoundTripAndNoPartialDirectory) {
   std::filesystem::remove_all(dir);
   EXPECT_THROW(SweepReader{dir}, SimError);
 }
+
+// Motion blur smears along the motion but leaves the picture where the truth says, for motion
+// along an axis and oblique motion alike: a dot keeps its centroid.
+TEST(SweepSimulator, MotionBlurDoesNotMoveThePicture) {
+  for (double drift : {0.0, 0.15, 0.6}) {
+    SCOPED_TRACE(drift);
+    SweepConfig cfg = steady(642, 642, 5);
+    cfg.speed = 0.05;
+    cfg.drift = drift;  // across over 4 frames: 0.15 and 0.6 make the motion oblique
+    cfg.blurExposure = 0.8;
+    const cv::Mat blank(1400, 1800, CV_8UC3, cv::Scalar::all(20));
+    const SweepSimulator probe(cfg, blank);
+    const TruthRecord& t = probe.truth()[2];
+    const cv::Point2d dot(probe.truthRegion().x + t.x + 320.5, probe.truthRegion().y + t.y + 320.5);
+    cv::Mat photo = blank.clone();
+    cv::circle(photo, cv::Point(cvRound(dot.x), cvRound(dot.y)), 4, cv::Scalar::all(250), cv::FILLED);
+    cv::GaussianBlur(photo, photo, cv::Size(0, 0), 2.0);
+    SweepSimulator sim(cfg, photo);
+    SimFrame f;
+    sim.renderFrame(2, f);
+    cv::Mat sharp, blurred(cfg.height, cfg.width, CV_8U, f.nv21.data());
+    cv::cvtColor(sim.renderSharpBgr(2), sharp, cv::COLOR_BGR2GRAY);
+    auto centroid = [](const cv::Mat& grey) {
+      double sx = 0, sy = 0, sw = 0;
+      for (int y = 200; y < 442; ++y)
+        for (int x = 200; x < 442; ++x) {
+          const double w = std::max(0, grey.at<uint8_t>(y, x) - 22);
+          sx += w * x, sy += w * y, sw += w;
+        }
+      return cv::Point2d(sx / sw, sy / sw);
+    };
+    const cv::Point2d a = centroid(sharp), b = centroid(blurred);
+    EXPECT_LT(cv::norm(a - b), 0.25) << a << " " << b;
+    const cv::Point2d expect(cvRound(dot.x) - probe.truthRegion().x - t.x,
+                             cvRound(dot.y) - probe.truthRegion().y - t.y);
+    EXPECT_LT(cv::norm(a - expect), 0.25) << a << " " << expect;
+    EXPECT_GT(cv::norm(sharp, blurred, cv::NORM_INF), 60.0);  // the dot did smear
+  }
+}
