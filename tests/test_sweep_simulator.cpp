@@ -229,7 +229,7 @@ TEST(SweepSimulator, RotateGyroIntegratesToTheStatedAttitude) {
         worstPx = std::max(worstPx, std::fabs(bgr.at<cv::Vec3b>(v, u)[0] -
                                                bilinearAt(photo, sx + (u - cx - du), sy + (v - cy - dv), 0)));
       }
-    EXPECT_LE(worstPx, 12.0);
+    EXPECT_LE(worstPx, 3.0);
   }
 }
 

@@ -144,7 +144,7 @@ Command setupSimulate(CLI::App& program) {
   addOverride(app, a, "--back-length", &SweepConfig::backLength, "Step back, fraction of the frame (0.2)");
   addOverride(app, a, "--back-frames", &SweepConfig::backFrames, "Frames per step back (8)");
   addOverride(app, a, "--burst-speed", &SweepConfig::burstSpeed, "Burst peak speed, fraction per frame (0: none)");
-  addOverride(app, a, "--burst-frames", &SweepConfig::burstFrames, "Frames at the peak (3)");
+  addOverride(app, a, "--burst-frames", &SweepConfig::burstFrames, "Frames at the peak (1)");
   addOverride(app, a, "--burst-at", &SweepConfig::burstAt, "Burst start, fraction of the sweep (0.5)");
   addOverride(app, a, "--jolts", &SweepConfig::jolts, "Number of jerks across the sweep");
   addOverride(app, a, "--jolt-size", &SweepConfig::joltSize, "Jerk size, fraction of the frame (0.1125)");
