@@ -33,6 +33,7 @@ SweepPlan::SweepPlan(const SweepConfig& cfg, int frames, double alongSize, doubl
   auto frameAt = [n](double f) { return std::clamp(static_cast<int>(std::lround(f * n)), 1, n - 1); };
   auto set = [&](int k, double value, const char* ph) {
     if (k >= 1 && k < n) v[k] = value, phase_[k] = ph;
+    else ++missing_;
   };
 
   for (int i = 0; i < cfg.pauses; ++i) {
@@ -61,7 +62,10 @@ SweepPlan::SweepPlan(const SweepConfig& cfg, int frames, double alongSize, doubl
   for (int i = 0; i < cfg.jolts; ++i) {
     // The sweep stalls with a small hitch back while the hand jerks across, then comes back.
     const int k = frameAt((i + 1.0) / (cfg.jolts + 1) + 0.06);
-    if (k + 3 >= n) continue;
+    if (k + 3 >= n) {
+      ++missing_;
+      continue;
+    }
     set(k + 1, -0.01 * alongSize, "jolt");
     set(k + 2, 0.0, "stall");
     set(k + 3, 0.5 * base, "sweep");
@@ -69,6 +73,7 @@ SweepPlan::SweepPlan(const SweepConfig& cfg, int frames, double alongSize, doubl
   }
   if (cfg.turnAt > 0.0) {
     const int kt = frameAt(cfg.turnAt);
+    if (kt + 4 >= n) ++missing_;  // a turn needs its 3 frames and at least one across
     for (int k = kt + 1; k < n; ++k) {
       const double f = std::min(1.0, (k - kt) / 3.0);
       const double speedHere = base;

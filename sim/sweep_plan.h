@@ -26,6 +26,9 @@ class SweepPlan {
   PlanSample at(double t) const;           // t in frame units, any value
   const std::string& phase(int k) const { return phase_[k]; }
   double gain(double t) const;             // auto-exposure gain at time t
+  // False when an event the options ask for (burst, step back, jolt, turn, pause) did not fit
+  // into the frames.
+  bool complete() const { return missing_ == 0; }
 
  private:
   struct Sine {
@@ -36,6 +39,7 @@ class SweepPlan {
 
   std::vector<double> along_, across_;
   std::vector<std::string> phase_;
+  int missing_ = 0;
   Sine tremorAlong_[3], tremorAcross_[3], tremorRoll_[3], exposure_[2];
 };
 

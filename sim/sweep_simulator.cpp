@@ -320,10 +320,16 @@ void SweepSimulator::build(const cv::Mat& photo) {
     // The middle depends on the centres, the footprints on the middle: two passes.
     fits(&bounds, &centres);
     middle_ = {centres.x + 0.5 * centres.width, centres.y + 0.5 * centres.height};
-    return fits(&bounds, &centres);
+    return fits(&bounds, &centres) && plan_->complete();
   };
+  const char* const kEvents =
+      " (with its burst, steps back, jolts or turn; try a larger --photo-scale or a wider photo)";
   if (cfg_.frames > 0) {
-    if (!tryFrames(cfg_.frames))
+    if (!tryFrames(cfg_.frames) && !plan_->complete())
+      throw SimError("a sweep of " + std::to_string(cfg_.frames) +
+                     " frames is too short for the events it asks for (burst, steps back, "
+                     "jolts, turn, pauses)");
+    if (!fits(&bounds, &centres))
       throw SimError("a sweep of " + std::to_string(cfg_.frames) + " frames needs " +
                      sizeText(bounds.width + 2 * kMargin + 1, bounds.height + 2 * kMargin + 1) +
                      " scene pixels" +
@@ -341,9 +347,9 @@ void SweepSimulator::build(const cv::Mat& photo) {
     n = std::clamp(n, 2, 100000);
     if (cfg_.textureless) n = std::min(n, 60);
     while (!tryFrames(n)) {
-      if (n <= 2)
+      if (n <= 2 || !plan_->complete())
         throw SimError("photo " + sizeText(photo_.cols, photo_.rows) +
-                       " is too small for this sweep");
+                       " is too small for this sweep" + (plan_->complete() ? "" : kEvents));
       n = std::max(2, std::min(n - 1, static_cast<int>(n * 0.97)));
     }
     cfg_.frames = n;

@@ -239,6 +239,7 @@ TEST(SweepSimulator, FixedSeedGivesIdenticalBytesInAnyOrder) {
   cfg.width = 642;
   cfg.height = 642;
   cfg.frames = 5;
+  cfg.jolts = 0;  // they need more frames
   cfg.seed = 42;
   SweepSimulator a(cfg, photo), b(cfg, photo);
   SimFrame fb;
@@ -364,6 +365,9 @@ TEST(SweepSimulator, BadInputIsRefusedWithAMessage) {
   EXPECT_EQ(message(steady(1280, 720, 10), &wide), "");
   EXPECT_NE(message(steady(1280, 720, 400), &wide).find("400 frames"), std::string::npos);
   EXPECT_NE(message(steady(640, 720, 10), &wide).find("above 640"), std::string::npos);
+  SweepConfig shaky = SweepConfig::fromPreset("shaky");
+  shaky.frames = 5;  // too short for its jolts: refused rather than silently left out
+  EXPECT_NE(message(shaky, &wide).find("too short for the events"), std::string::npos);
   EXPECT_THROW(SweepConfig::fromPreset("sideways"), SimError);
   EXPECT_THROW(zolt::sim::parseDirection("north"), SimError);
 }

@@ -17,10 +17,15 @@ namespace {
 
 using sim::SweepConfig;
 
-constexpr const char* kDefaultPhoto = "/usr/share/backgrounds/Kleiber_by_Lukas_Baubkus.jpg";
+// Default photos (Debian packages lomiri-wallpapers-16.04 and -20.04): a mountain landscape with
+// texture everywhere, so that tracking never starves; for the textureless preset (and bursts,
+// which need room) the widest photo, a close-up on textured bark whose blurred background is
+// flat over thousands of pixels.
+constexpr const char* kDefaultPhoto = "/usr/share/backgrounds/picosdeeuropa_by_Aitzol_Berasategi.jpg";
+constexpr const char* kDefaultWidePhoto = "/usr/share/backgrounds/Kleiber_by_Lukas_Baubkus.jpg";
 
 struct SimulateArgs {
-  std::string photo = kDefaultPhoto;
+  std::string photo;  // empty: the default for the preset
   std::string out;
   std::string preset = "handheld";
   std::string size = "1280x720";
@@ -73,7 +78,10 @@ int runSimulate(SimulateArgs& a) {
     cfg.applyPreset(a.preset);
     for (auto& apply : a.overrides) apply(cfg);
     if (a.speedPx > 0.0) cfg.speed = a.speedPx / (cfg.horizontalSweep() ? cfg.width : cfg.height);
-    cfg.photoPath = a.photo;
+    // The burst eats a frame's width of travel: too-fast takes the widest photo.
+    cfg.photoPath = !a.photo.empty()                          ? a.photo
+                    : cfg.textureless || cfg.burstSpeed > 0.0 ? kDefaultWidePhoto
+                                                              : kDefaultPhoto;
     cfg.validate();
   } catch (const sim::SimError& e) {
     printError("simulate", e.what());
@@ -108,7 +116,9 @@ Command setupSimulate(CLI::App& program) {
   auto args = std::make_shared<SimulateArgs>();
   CLI::App* app = program.add_subcommand(
       "simulate", "Make a simulated sweep (NV21 frames, gyroscope, truth) from a photo");
-  app->add_option("photo", args->photo, "Photo to sweep over")->capture_default_str();
+  app->add_option("photo", args->photo,
+                  std::string("Photo to sweep over (default ") + kDefaultPhoto + ", for textureless and bursts " +
+                      kDefaultWidePhoto + ")");
   app->add_option("-o,--out", args->out, "Output directory (must not exist unless --force)");
   app->add_option("-p,--preset", args->preset,
                   "steady, handheld, shaky, too-fast, goes-back, wrong-axis, drifting, "
