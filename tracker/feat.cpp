@@ -21,6 +21,8 @@ void Feat::updateGridCount(std::vector<cv::Point2f>& pts, MoveDirection dir) {
   for (const cv::Point2f& p : pts) {
     const int cx = static_cast<int>(p.x) >> 5;
     const int cy = static_cast<int>(p.y) >> 5;
+    // Callers keep their points inside the image; anything else is not counted.
+    if (cx < 0 || cy < 0 || cx >= gridCols || cy >= gridRows) continue;
     ++gridCount[cx + gridCols * cy];
   }
   blocks.clear();
