@@ -544,6 +544,79 @@ TEST(ModuleTrackSweep, PlatformPropertyChoosesTheResize) {
 }
 
 // ---------------------------------------------------------------------------------------------
+// What the user is told on badly swept short sweeps
+
+std::set<int> codesOf(const std::vector<FrameLog>& log) {
+  std::set<int> codes;
+  for (const FrameLog& f : log) codes.insert(f.code);
+  return codes;
+}
+
+std::vector<cv::Point2d> then(std::vector<cv::Point2d> a, cv::Point2d step, int frames) {
+  for (int i = 0; i < frames; ++i) a.push_back(a.back() + step);
+  return a;
+}
+
+TEST(ModuleTrackWarnings, GoingBackAndLeavingTheAxis) {
+  PhotoSweep sweep(kPhoto, 1280, 720, 0.7);
+  ASSERT_TRUE(sweep.ok());
+  // A downward sweep, then back up by 60 pixels (18.75 at low resolution: beyond the wrong-way
+  // limit 14.06) or by 100 (31.25: beyond the going-back limit 28.13) against the last key frame.
+  for (const double back : {-60.0, -100.0}) {
+    ModuleTrack t(1280, 720);
+    LogCapture quiet;
+    const auto log = runSweep(t, sweep, then(line({300, 100}, {0, 12}, 8), {0, back}, 1));
+    EXPECT_EQ(log.back().code, back > -90 ? ERR_TRACE_DIRECTION : ERR_TRACE_DIRECTION_BACK);
+    EXPECT_FALSE(log.back().result);
+    EXPECT_FALSE(log.back().selected);
+    EXPECT_EQ(t.moveDir, MOVE_DOWN);
+  }
+  {
+    ModuleTrack t(1280, 720);
+    LogCapture quiet;
+    const auto log = runSweep(t, sweep, then(line({300, 200}, {15, 0}, 8), {0, 15}, 8));
+    EXPECT_TRUE(codesOf(log).count(ERR_TRACE_DIRECTION));
+    EXPECT_EQ(log.back().code, ERR_TRACE_DIRECTION);
+    EXPECT_FALSE(log.back().result);
+  }
+}
+
+TEST(ModuleTrackWarnings, DriftingAcrossTheSweep) {
+  // 50 pixels along and 75 across per frame (15.6 and 23.4 at low resolution: 56 degrees off
+  // the sweep, across beyond 22.5): the slope warning is raised on every such frame; the speed
+  // verdict of the same frame then replaces it, and once the accumulated sideways pose passes
+  // half the frame height the sweep is refused.
+  PhotoSweep sweep(kPhoto, 1280, 720, 0.7);
+  ASSERT_TRUE(sweep.ok());
+  ModuleTrack t(1280, 720);
+  LogCapture log;
+  const auto frames = runSweep(t, sweep, then(line({100, 100}, {15, 0}, 4), {50, 75}, 7));
+  int slopes = 0;
+  for (const auto& l : log.lines())
+    slopes += l.message.find("Error code updated to WARN_MOVE_SLOPE :  8001") != std::string::npos;
+  EXPECT_GE(slopes, 3);
+  EXPECT_TRUE(codesOf(frames).count(ERR_TRACE_DIRECTION));
+  EXPECT_EQ(t.moveDir, MOVE_RIGHT);
+}
+
+TEST(ModuleTrackWarnings, SpeedingUpUntilTheTrackIsLost) {
+  PhotoSweep sweep(kPhoto, 1280, 720, 0.7);
+  ASSERT_TRUE(sweep.ok());
+  ModuleTrack t(1280, 720);
+  LogCapture quiet;
+  std::vector<cv::Point2d> path{{0, 300}};
+  for (double v : {30.0, 40.0, 70.0, 90.0, 110.0, 300.0}) path.push_back(path.back() + cv::Point2d(v, 0));
+  const auto log = runSweep(t, sweep, path);
+  // Beyond 64 pixels a frame (20 at low resolution) the user is told to slow down; a jump the
+  // flow cannot follow loses the track (the too-quick limit, 180 at low resolution, lies beyond
+  // what the flow measures).
+  EXPECT_EQ(log[3].code, WARN_TRACE_LITTLE_QUICK);
+  EXPECT_EQ(log[4].code, WARN_TRACE_LITTLE_QUICK);
+  EXPECT_TRUE(log[4].result);
+  EXPECT_EQ(log.back().code, ERR_TRACE_NO_FEATURE);
+}
+
+// ---------------------------------------------------------------------------------------------
 // Lost tracks and degenerate frames
 
 TEST(ModuleTrackFailures, FlatFramesReportNoFeatureAndSwapTheReference) {
@@ -583,7 +656,6 @@ TEST(ModuleTrackFailures, DegenerateTextureNeverThrows) {
   NV21Img img;
   img.nvCreate(H, W);
   std::fill(img.yPlane, img.yPlane + img.vuSize() + static_cast<size_t>(W) * H, 128);
-  std::mt19937 rng(9);
   auto paint = [&](int shift) {
     std::fill(img.yPlane, img.yPlane + static_cast<size_t>(W) * H, 128);
     for (int y = 350; y < 356; ++y)
