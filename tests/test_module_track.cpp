@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 #include <cmath>
 #include <random>
 #include <memory>
@@ -11,6 +12,7 @@
 #include <opencv2/video/tracking.hpp>
 
 #include "platform/system_property.h"
+#include "sim/sweep_simulator.h"
 #include "support/log_capture.h"
 #include "support/photo_sweep.h"
 
@@ -614,6 +616,85 @@ TEST(ModuleTrackWarnings, SpeedingUpUntilTheTrackIsLost) {
   EXPECT_EQ(log[4].code, WARN_TRACE_LITTLE_QUICK);
   EXPECT_TRUE(log[4].result);
   EXPECT_EQ(log.back().code, ERR_TRACE_NO_FEATURE);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Short simulated sweeps (the simulator's presets), vision only
+
+struct SimRun {
+  std::map<int, int> codes;  // code -> frames
+  int dir = MOVE_NONE;
+  std::vector<double> errors;  // per key frame, full-resolution pixels
+};
+
+SimRun simulate(const std::string& preset, const std::string& photo, int frames,
+                double photoScale = 1.0) {
+  zolt::sim::SweepConfig cfg = zolt::sim::SweepConfig::fromPreset(preset);
+  cfg.width = 1280;
+  cfg.height = 720;
+  cfg.frames = frames;
+  cfg.photoPath = "/usr/share/backgrounds/" + photo;
+  cfg.photoScale = photoScale;
+  zolt::sim::SweepSimulator sim(cfg);
+  ModuleTrack t(cfg.width, cfg.height);
+  LogCapture quiet;
+  SimRun run;
+  zolt::sim::SimFrame f;
+  NV21Img img;
+  double e[3] = {}, r[9] = {};
+  bool fixed = false;
+  double fixX = 0, fixY = 0;
+  while (sim.next(f)) {
+    __tag_ZOLT_OFFSCREEN buf{0, f.width, f.height, f.nv21.data(),
+                             f.nv21.data() + static_cast<size_t>(f.width) * f.height};
+    img.nvCreate_shared_instance(&buf);
+    t.tracking(img, e, r);
+    ++run.codes[t.errCode];
+    if (!fixed && t.moveDir != MOVE_NONE) {
+      fixed = true;
+      fixX = f.truth.x;
+      fixY = f.truth.y;
+    }
+    if (t.moveDir != MOVE_NONE && t.bKeyFrame) {
+      run.errors.push_back(
+          std::hypot(t.globalCamPoseX + (f.truth.x - fixX), t.globalCamPoseY + (f.truth.y - fixY)));
+    }
+    img.freeData_FWBuffer();
+  }
+  run.dir = t.moveDir;
+  return run;
+}
+
+bool anyError(const SimRun& r) {
+  for (const auto& [code, n] : r.codes)
+    if ((code & 0xF000) == 0x7000) return true;
+  return false;
+}
+
+TEST(ModuleTrackSimulated, SteadyAndHandheldSweepsRaiseNothing) {
+  for (const char* preset : {"steady", "handheld"}) {
+    const SimRun r = simulate(preset, "life_by_Aitzol_Berasategi.jpg", 30);
+    EXPECT_EQ(r.dir, MOVE_RIGHT) << preset;
+    EXPECT_FALSE(anyError(r)) << preset;
+    ASSERT_GE(r.errors.size(), 25u) << preset;
+    // Each key frame's offset is a whole full-resolution pixel: at most half a pixel per axis
+    // is lost per key frame, plus the sub-pixel position of the frame that fixed the direction.
+    for (size_t i = 0; i < r.errors.size(); ++i)
+      EXPECT_LE(r.errors[i], 0.71 * (i + 1) + 1.5) << preset << " key frame " << i;
+  }
+}
+
+TEST(ModuleTrackSimulated, PresetsRaiseTheirWarnings) {
+  SimRun back = simulate("goes-back", "life_by_Aitzol_Berasategi.jpg", 40);
+  EXPECT_GT(back.codes[ERR_TRACE_DIRECTION], 0);
+  EXPECT_GT(back.codes[ERR_TRACE_DIRECTION_BACK], 0);
+  SimRun turn = simulate("wrong-axis", "life_by_Aitzol_Berasategi.jpg", 40);
+  EXPECT_GT(turn.codes[ERR_TRACE_DIRECTION], 0);
+  EXPECT_EQ(turn.dir, MOVE_RIGHT);
+  SimRun flat = simulate("textureless", "Kleiber_by_Lukas_Baubkus.jpg", 20);
+  EXPECT_GT(flat.codes[ERR_TRACE_NO_FEATURE], 15);
+  SimRun fast = simulate("too-fast", "life_by_Aitzol_Berasategi.jpg", 26, 1.6);
+  EXPECT_GT(fast.codes[WARN_TRACE_LITTLE_QUICK], 0);
 }
 
 // ---------------------------------------------------------------------------------------------
