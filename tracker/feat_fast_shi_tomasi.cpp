@@ -27,7 +27,7 @@ double shiTomasiScore(const cv::Mat& img, int x, int y) {
 }
 
 void FeatFastShiTomasi::detectFeatFromBlock(const cv::Mat& image, std::vector<cv::Point2f>& out) {
-  std::vector<cv::KeyPoint> keypoints;  // reused across the blocks of this call
+  thread_local std::vector<cv::KeyPoint> keypoints;  // reused across blocks and calls
   for (const cv::Point& blk : blocks) {
     const cv::Mat region = image(cv::Rect(blk.x * 32, blk.y * 32, 32, 32));
     cv::FAST(region, keypoints, 20, true);

@@ -129,6 +129,15 @@ ModuleTrack::ModuleTrack(int width, int height) : pixelAlign(std::max(width, 0))
   preImg.setTo(0);
   cv::buildOpticalFlowPyramid(preImg, prePyr, cv::Size(31, 31), 3, false);
   cv::buildOpticalFlowPyramid(preImg, curPyr, cv::Size(31, 31), 3, false);
+  // One search of each full-resolution strip on blank images sizes the strip search's buffers
+  // for the per-frame refinement.
+  preImgHighRes.setTo(0);
+  pixelAlign.searchUsingVstrip(preImgHighRes, preImgHighRes,
+                               {width / 2, height / 2, 0, 0, trackParam8A, roundedHeight60,
+                                trackParam16, trackParam8C});
+  pixelAlign.searchUsingHstrip(preImgHighRes, preImgHighRes,
+                               {width / 2, height / 2, 0, 0, roundedWidth60, trackParam8B,
+                                trackParam8C, trackParam16});
 }
 
 void ModuleTrack::trace_too_quick_params(tag_ZOLT_PANO_INNER_PARAM* param) {
