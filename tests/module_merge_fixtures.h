@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <cctype>
 #include <cstring>
+#include <string>
 #include <functional>
 #include <random>
 #include <vector>
@@ -67,6 +69,14 @@ inline void placeFirst(ModuleMerge& m, Canvas& canvas, MoveDirection dir, uint8_
   m.merging_AddImage(first, cv::Point_<double>(0, 0), dir, &canvas.rec);
 }
 
-inline double psnr(const cv::Mat& a, const cv::Mat& b) { return cv::PSNR(a, b); }
+// The log line with the number after `marker` replaced by "T" (timings vary).
+inline std::string maskNumber(std::string line, const std::string& marker) {
+  const size_t at = line.find(marker);
+  if (at == std::string::npos) return line;
+  const size_t from = at + marker.size();
+  size_t to = from;
+  while (to < line.size() && (std::isdigit(static_cast<unsigned char>(line[to])) || line[to] == '.')) ++to;
+  return line.replace(from, to - from, "T");
+}
 
 }  // namespace zolt::test

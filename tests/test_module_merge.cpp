@@ -2,7 +2,6 @@
 // the valid rectangle and the panorama output, log lines, and whole sweeps over a real photo.
 #include <gtest/gtest.h>
 
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -260,19 +259,17 @@ TEST(ModuleMerge, LogLines) {
     seen.push_back(std::to_string(l.priority) + " " + l.message);
   }
   ASSERT_EQ(seen.size(), 5u);
+  using zolt::test::maskNumber;
   EXPECT_EQ(seen[0], "5 MERGER BEGIN");
-  EXPECT_TRUE(std::regex_match(seen[1], std::regex("4 resizing timing =  [0-9]+\\.000000")))
-      << seen[1];
-  EXPECT_TRUE(std::regex_match(
-      seen[2], std::regex("4 textureless region finding timing =  [0-9]+\\.000000")))
-      << seen[2];
+  EXPECT_EQ(maskNumber(seen[1], "timing =  "), "4 resizing timing =  T");
+  EXPECT_EQ(maskNumber(seen[2], "timing =  "), "4 textureless region finding timing =  T");
   // 296 rows meet the frame (offset -4); level 0 only, as a 400-pixel frame is capped there.
-  EXPECT_TRUE(std::regex_match(
-      seen[3], std::regex("4 \\[merge_ToRight_linear_YUV_withSeam\\] full dynamic blending time "
-                          "=  [0-9]+\\.000000 and N = 296  Blndstat: 296 0 0 0 0")))
-      << seen[3];
-  EXPECT_TRUE(std::regex_match(seen[4], std::regex("5 MERGER END - time cost [0-9]+\\.000000")))
-      << seen[4];
+  EXPECT_EQ(maskNumber(seen[3], "time =  "),
+            "4 [merge_ToRight_linear_YUV_withSeam] full dynamic blending time =  T and N = 296  "
+            "Blndstat: 296 0 0 0 0");
+  EXPECT_EQ(maskNumber(seen[4], "time cost "), "5 MERGER END - time cost T");
+  // Timings are whole milliseconds printed as doubles.
+  EXPECT_NE(seen[4].find(".000000"), std::string::npos);
 }
 
 namespace {
