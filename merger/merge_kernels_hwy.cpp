@@ -8,6 +8,10 @@
 #include <hwy/foreach_target.h>  // IWYU pragma: keep
 #include <hwy/highway.h>
 
+#include <algorithm>
+#include <cstdint>
+#include <vector>
+
 #include "merger/merge_kernels.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -96,6 +100,152 @@ void BlendRampRow(uint8_t* HWY_RESTRICT cY, uint8_t* HWY_RESTRICT cVU,
   }
 }
 
+// Vertical sweeps: the ramps run down the columns, so the work is turned around and done a
+// canvas row at a time across all columns, each lane with its column's ramp. Luma pixels are
+// independent. A chroma pair is blended by its even column's two rows, then by its odd
+// column's two rows, which the four masked steps below repeat in that order.
+void BlendRampColumns(const ColumnRamps& a) {
+  if (a.c1 <= a.c0) return;
+  const int c0 = a.c0, c1 = a.c1;
+  int yMin = INT32_MAX, yMax = INT32_MIN;
+  for (int c = c0; c < c1; ++c) {
+    const int hw = 16 << a.level[c];
+    yMin = std::min(yMin, a.seam[c] - hw);
+    yMax = std::max(yMax, a.seam[c] + hw);
+  }
+  // 16-bit row numbers; frame columns from 0 (so that pairs are found by clearing a bit).
+  if (yMin < 0 || yMax > INT16_MAX - 1 || c0 + a.offX < 0) {
+    zolt::referenceMergeKernels().blendRampColumns(a);
+    return;
+  }
+  const hn::ScalableTag<uint16_t> d16;
+  const hn::RebindToSigned<decltype(d16)> di16;
+  const hn::Rebind<uint8_t, decltype(d16)> d8;
+  const int lanes = static_cast<int>(hn::Lanes(d16));
+
+  // Per canvas byte b: the ramp of column b & ~1 (E) and of column b | 1 (O). For luma only E
+  // is read, at index c. Columns outside [c0, c1) get an empty ramp (lo > hi).
+  const int n = a.pw + 2 * lanes;
+  std::vector<int16_t> loE(n, INT16_MAX), hiE(n, INT16_MIN), loO(n, INT16_MAX), hiO(n, INT16_MIN);
+  std::vector<uint16_t> baseE(n, 0), stepE(n, 0), baseO(n, 0), stepO(n, 0);
+  std::vector<int16_t> lo(n, INT16_MAX), hi(n, INT16_MIN);
+  std::vector<uint16_t> base(n, 0), step(n, 0);
+  for (int c = c0; c < c1; ++c) {
+    const int level = a.level[c], hw = 16 << level, scale = 1 << (3 - level);
+    const int first = a.seam[c] - hw;
+    const int dir = a.before ? -1 : 1;
+    const int wfa = a.before ? 2 * hw : 0;
+    // Frame weight at row y, scaled to a sum of 256: (wfa + dir * (y - first)) * scale.
+    lo[c] = static_cast<int16_t>(first);
+    hi[c] = static_cast<int16_t>(a.seam[c] + hw);
+    base[c] = static_cast<uint16_t>((wfa - dir * first) * scale);
+    step[c] = static_cast<uint16_t>(dir * scale);
+  }
+  for (int b = 0; b < a.pw; ++b) {
+    const int e = b & ~1, o = b | 1;
+    loE[b] = lo[e], hiE[b] = hi[e], baseE[b] = base[e], stepE[b] = step[e];
+    if (o < a.pw) loO[b] = lo[o], hiO[b] = hi[o], baseO[b] = base[o], stepO[b] = step[o];
+  }
+
+  const auto full = hn::Set(d16, 256);
+  const auto round = hn::Set(d16, 128);
+  auto blend = [&](auto wf, auto f, auto c) {
+    const auto sum = hn::Add(hn::Add(hn::Mul(wf, f), hn::Mul(hn::Sub(full, wf), c)), round);
+    return hn::ShiftRight<8>(sum);
+  };
+  auto inRange = [&](const int16_t* l, const int16_t* h, int y) {
+    const auto yv = hn::Set(di16, static_cast<int16_t>(y));
+    return hn::RebindMask(d16, hn::Not(hn::Or(hn::Gt(hn::LoadU(di16, l), yv),
+                                               hn::Gt(yv, hn::LoadU(di16, h)))));
+  };
+  auto weight = [&](const uint16_t* bs, const uint16_t* st, int y) {
+    return hn::Add(hn::LoadU(d16, bs), hn::Mul(hn::Set(d16, static_cast<uint16_t>(y)),
+                                               hn::LoadU(d16, st)));
+  };
+  auto scalarY = [&](int c, int y) {
+    if (y < lo[c] || y > hi[c]) return;
+    const int wf = static_cast<uint16_t>(base[c] + static_cast<uint32_t>(y) * step[c]);
+    uint8_t* cy = a.cY + static_cast<size_t>(y) * a.pw + c;
+    const int f = a.fY[static_cast<size_t>(y + a.yShift) * a.fw + c + a.offX];
+    *cy = static_cast<uint8_t>((wf * f + (256 - wf) * *cy + 128) >> 8);
+  };
+  auto scalarVU = [&](int c, int y) {
+    if (y < lo[c] || y > hi[c]) return;
+    const int wf = static_cast<uint16_t>(base[c] + static_cast<uint32_t>(y) * step[c]);
+    uint8_t* cvu = a.cVU + static_cast<size_t>(y / 2) * a.pw + (c & ~1);
+    const uint8_t* fvu =
+        a.fVU + static_cast<size_t>((y + a.yShift) / 2) * a.fw + ((c + a.offX) & ~1);
+    for (int i = 0; i < 2; ++i) {
+      cvu[i] = static_cast<uint8_t>((wf * fvu[i] + (256 - wf) * cvu[i] + 128) >> 8);
+    }
+  };
+
+  // Luma, row by row.
+  for (int y = yMin; y <= yMax; ++y) {
+    uint8_t* cRow = a.cY + static_cast<size_t>(y) * a.pw;
+    const uint8_t* fRow = a.fY + static_cast<size_t>(y + a.yShift) * a.fw + a.offX;
+    int c = c0;
+    for (; c + lanes <= c1; c += lanes) {
+      const auto m = inRange(&lo[c], &hi[c], y);
+      const auto cv = hn::PromoteTo(d16, hn::LoadU(d8, cRow + c));
+      const auto fv = hn::PromoteTo(d16, hn::LoadU(d8, fRow + c));
+      const auto r = hn::IfThenElse(m, blend(weight(&base[c], &step[c], y), fv, cv), cv);
+      hn::StoreU(hn::DemoteTo(d8, hn::BitCast(di16, r)), d8, cRow + c);
+    }
+    for (; c < c1; ++c) scalarY(c, y);
+  }
+
+  // Chroma, a VU row at a time. Pairs with one column outside [c0, c1) are done alone.
+  const int pc0 = (c0 + 1) / 2, pc1 = c1 / 2;  // pairs with both columns inside
+  const int kA = a.offX & ~1, kB = (a.offX + 1) & ~1;
+  for (int q = yMin / 2; q <= yMax / 2; ++q) {
+    const int y0 = 2 * q, y1 = 2 * q + 1;
+    const bool has0 = y0 >= yMin, has1 = y1 <= yMax;
+    uint8_t* cRow = a.cVU + static_cast<size_t>(q) * a.pw;
+    const uint8_t* f0 = a.fVU + static_cast<size_t>((y0 + a.yShift) / 2) * a.fw;
+    const uint8_t* f1 = a.fVU + static_cast<size_t>((y1 + a.yShift) / 2) * a.fw;
+    if (c0 & 1) {
+      if (has0) scalarVU(c0, y0);
+      if (has1) scalarVU(c0, y1);
+    }
+    int b = 2 * pc0;
+    for (; b + lanes <= 2 * pc1; b += lanes) {
+      auto cv = hn::PromoteTo(d16, hn::LoadU(d8, cRow + b));
+      if (has0) {
+        const auto f = hn::PromoteTo(d16, hn::LoadU(d8, f0 + b + kA));
+        cv = hn::IfThenElse(inRange(&loE[b], &hiE[b], y0),
+                            blend(weight(&baseE[b], &stepE[b], y0), f, cv), cv);
+      }
+      if (has1) {
+        const auto f = hn::PromoteTo(d16, hn::LoadU(d8, f1 + b + kA));
+        cv = hn::IfThenElse(inRange(&loE[b], &hiE[b], y1),
+                            blend(weight(&baseE[b], &stepE[b], y1), f, cv), cv);
+      }
+      if (has0) {
+        const auto f = hn::PromoteTo(d16, hn::LoadU(d8, f0 + b + kB));
+        cv = hn::IfThenElse(inRange(&loO[b], &hiO[b], y0),
+                            blend(weight(&baseO[b], &stepO[b], y0), f, cv), cv);
+      }
+      if (has1) {
+        const auto f = hn::PromoteTo(d16, hn::LoadU(d8, f1 + b + kB));
+        cv = hn::IfThenElse(inRange(&loO[b], &hiO[b], y1),
+                            blend(weight(&baseO[b], &stepO[b], y1), f, cv), cv);
+      }
+      hn::StoreU(hn::DemoteTo(d8, hn::BitCast(di16, cv)), d8, cRow + b);
+    }
+    for (; b < 2 * pc1; b += 2) {
+      for (int c : {b, b + 1}) {
+        if (has0) scalarVU(c, y0);
+        if (has1) scalarVU(c, y1);
+      }
+    }
+    if (c1 & 1) {
+      if (has0) scalarVU(c1 - 1, y0);
+      if (has1) scalarVU(c1 - 1, y1);
+    }
+  }
+}
+
 const char* TargetName() { return hwy::TargetName(HWY_TARGET); }
 
 }  // namespace HWY_NAMESPACE
@@ -106,6 +256,7 @@ HWY_AFTER_NAMESPACE();
 namespace zolt {
 
 HWY_EXPORT(BlendRampRow);
+HWY_EXPORT(BlendRampColumns);
 HWY_EXPORT(TargetName);
 
 namespace {
@@ -113,10 +264,14 @@ void blendRampRowDispatch(uint8_t* cY, uint8_t* cVU, const uint8_t* fY, const ui
                           int xa, int xb, int k, int wfa, int dir, int level) {
   HWY_DYNAMIC_DISPATCH(BlendRampRow)(cY, cVU, fY, fVU, xa, xb, k, wfa, dir, level);
 }
+void blendRampColumnsDispatch(const ColumnRamps& r) {
+  HWY_DYNAMIC_DISPATCH(BlendRampColumns)(r);
+}
 }  // namespace
 
 const MergeKernels& vectorMergeKernels() {
-  static const MergeKernels k{blendRampRowDispatch, HWY_DYNAMIC_DISPATCH(TargetName)()};
+  static const MergeKernels k{blendRampRowDispatch, blendRampColumnsDispatch,
+                              HWY_DYNAMIC_DISPATCH(TargetName)()};
   return k;
 }
 

@@ -162,6 +162,7 @@ void ModuleMerge::linearMerge(Axis axis, Side side, const char* name, int pos, N
   // Frame position along the sweep of canvas position a: a + alongShift.
   const int alongShift = horizontal ? (before ? frameWidth - panoWidth : 0) + offsetX
                                     : (before ? frameHeight - panoHeight : 0) + offsetY;
+  std::vector<int8_t> columnLevel(horizontal ? 0 : lines, 0);
   for (int line = 0; line < lines; ++line) {
     const int fl = line + lineShift;
     if (fl < 0 || fl >= frameLines) continue;
@@ -180,22 +181,33 @@ void ModuleMerge::linearMerge(Axis axis, Side side, const char* name, int pos, N
                         frame.yPlane + fl * fw, frame.vuPlane + (fl / 2) * fw, s - hw, s + hw,
                         alongShift, wfa, dir, level);
     } else {
-      const int c = line, fc = fl;
-      const int shift = level + 5;
-      for (int y = s - hw; y <= s + hw; ++y) {
-        const int wf = wfa + dir * (y - (s - hw));
-        const int wc = 2 * hw - wf;
-        const int fy = y + alongShift;
-        uint8_t* cy = panoImg.yPlane + y * pw + c;
-        *cy = static_cast<uint8_t>((wf * frame.yPlane[fy * fw + fc] + wc * *cy + hw) >> shift);
-        uint8_t* cvu = panoImg.vuPlane + (y / 2) * pw + (c & ~1);
-        const uint8_t* fvu = frame.vuPlane + (fy / 2) * fw + (fc / 2) * 2;
-        cvu[0] = static_cast<uint8_t>((wf * fvu[0] + wc * cvu[0] + hw) >> shift);
-        cvu[1] = static_cast<uint8_t>((wf * fvu[1] + wc * cvu[1] + hw) >> shift);
-      }
+      // The columns' ramps are blended together below, from the seam as found.
+      columnLevel[line] = static_cast<int8_t>(level);
+      continue;
     }
     // The fill continues from the first position not covered on the frame's side.
     found[line] = before ? s - hw : s + hw;
+  }
+  if (!horizontal) {
+    zolt::ColumnRamps ramps{};
+    ramps.cY = panoImg.yPlane;
+    ramps.cVU = panoImg.vuPlane;
+    ramps.pw = panoWidth;
+    ramps.fY = frame.yPlane;
+    ramps.fVU = frame.vuPlane;
+    ramps.fw = frameWidth;
+    ramps.c0 = std::max(0, -offsetX);
+    ramps.c1 = std::min(panoWidth, frameWidth - offsetX);
+    ramps.offX = offsetX;
+    ramps.yShift = alongShift;
+    ramps.seam = found.data();
+    ramps.level = columnLevel.data();
+    ramps.before = before;
+    kern.blendRampColumns(ramps);
+    for (int c = ramps.c0; c < ramps.c1; ++c) {
+      const int hw = 16 << columnLevel[c];
+      found[c] = before ? found[c] - hw : found[c] + hw;
+    }
   }
   t1 = zolt::wallClockMs();
   ZLOGI("[%s] full dynamic blending time =  %f and N = %d  Blndstat: %d %d %d %d %d", name,

@@ -10,14 +10,17 @@ constexpr int kBand = 33;     // positions searched across the seam
 constexpr int kHalfBand = 16;
 constexpr float kMinCost = 5.0f;  // smaller differences count as none
 
-}  // namespace
-
-int ModuleMerge::which_min(float a, float b, float c) {
+// Exported members cannot be inlined into the search (they may be interposed); both use this.
+inline int whichMin(float a, float b, float c) {
   if (a < b) return c < a ? 1 : -1;
   return c < b ? 1 : 0;
 }
 
-int ModuleMerge::which_min_byPointer(float* p) { return which_min(p[-1], p[0], p[1]); }
+}  // namespace
+
+int ModuleMerge::which_min(float a, float b, float c) { return whichMin(a, b, c); }
+
+int ModuleMerge::which_min_byPointer(float* p) { return whichMin(p[-1], p[0], p[1]); }
 
 std::vector<int> ModuleMerge::getSeam_V_YUV(int pos, NV21Img& frame) {
   return seamSearch(Axis::Horizontal, pos, frame);
@@ -92,7 +95,7 @@ std::vector<int> ModuleMerge::seamSearch(Axis axis, int pos, NV21Img& frame) {
     float* cur = seamCost.ptr<float>(i);
     cur[0] += std::min(prev[0], prev[1]);
     for (int j = 1; j < kBand - 1; ++j) {
-      cur[j] += prev[j + which_min_byPointer(const_cast<float*>(prev) + j)];
+      cur[j] += prev[j + whichMin(prev[j - 1], prev[j], prev[j + 1])];
     }
     cur[kBand - 1] += std::min(prev[kBand - 2], prev[kBand - 1]);
   }
@@ -108,7 +111,7 @@ std::vector<int> ModuleMerge::seamSearch(Axis axis, int pos, NV21Img& frame) {
     const float* cost = seamCost.ptr<float>(i);
     const int left = std::max(j - 1, 0);
     const int right = std::min(j + 1, kBand - 1);
-    const int k = which_min(cost[left], cost[j], cost[right]);
+    const int k = whichMin(cost[left], cost[j], cost[right]);
     j = k < 0 ? left : (k > 0 ? right : j);
     seam[i] = j;
   }
