@@ -85,7 +85,9 @@ void BlendRampRow(uint8_t* HWY_RESTRICT cY, uint8_t* HWY_RESTRICT cVU,
   const int kB = (k + 1) & ~1;
   int b = 2 * p0;
   const int bEnd = 2 * (p1 + 1);
-  for (; b + lanes <= bEnd; b += lanes) {
+  // Lane j of a vector starting at an even byte b is column b + (j & ~1); one-lane vectors
+  // would start at odd bytes too, and take the plain loop.
+  for (; lanes >= 2 && b + lanes <= bEnd; b += lanes) {
     const auto wA = hn::Add(hn::Set(d16, static_cast<uint16_t>(wfAt(b) * scale)), pairStep);
     const auto wB = hn::Add(wA, step);
     const auto fa = hn::PromoteTo(d16, hn::LoadU(d8, fVU + b + kA));

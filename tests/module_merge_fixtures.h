@@ -75,7 +75,10 @@ inline std::string maskNumber(std::string line, const std::string& marker) {
   if (at == std::string::npos) return line;
   const size_t from = at + marker.size();
   size_t to = from;
-  while (to < line.size() && (std::isdigit(static_cast<unsigned char>(line[to])) || line[to] == '.')) ++to;
+  auto numeric = [&](char ch) {
+    return std::isdigit(static_cast<unsigned char>(ch)) || ch == '.';
+  };
+  while (to < line.size() && numeric(line[to])) ++to;
   return line.replace(from, to - from, "T");
 }
 

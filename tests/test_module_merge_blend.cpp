@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include <hwy/targets.h>
+
 #include "merger/merge_kernels.h"
 #include "module_merge_fixtures.h"
 #include "support/log_capture.h"
@@ -60,6 +62,19 @@ struct RampSetup {
   // Canvas luma at position `a` along the sweep on canvas line `line`.
   int at(int line, int a) { return horizontal ? canvas.y(a, line) : canvas.y(line, a); }
 };
+
+// Runs `check` once for every vector target this CPU runs (SSSE3, SSE4, AVX2, ... on x86), the
+// dispatcher pointed at each in turn.
+template <class Check>
+void forEachTarget(Check check) {
+  for (const int64_t target : hwy::SupportedAndGeneratedTargets()) {
+    SCOPED_TRACE(hwy::TargetName(target));
+    hwy::SetSupportedTargetsForTest(target);
+    check();
+    hwy::SetSupportedTargetsForTest(0);
+    if (::testing::Test::HasFatalFailure()) return;
+  }
+}
 
 }  // namespace
 
@@ -183,29 +198,30 @@ TEST(ModuleMergeBlend, TextureEightBlocksAwayGivesLevelOne) {
 TEST(ModuleMergeBlend, VectorRampMatchesReference) {
   const auto& ref = zolt::referenceMergeKernels();
   const auto& vec = zolt::vectorMergeKernels();
-  SCOPED_TRACE(vec.name);
-  std::mt19937 rng(77);
-  const int width = 700;
-  std::vector<uint8_t> fy(width), fvu(width), cy0(width), cvu0(width);
-  for (int iter = 0; iter < 3000; ++iter) {
-    for (auto* v : {&fy, &fvu, &cy0, &cvu0})
-      for (auto& b : *v) b = static_cast<uint8_t>(rng());
-    const int level = static_cast<int>(rng() % 4);
-    const int hw = 16 << level;
-    const int len = iter % 5 == 0 ? static_cast<int>(rng() % 6) : 2 * hw + 1;
-    const int xa = static_cast<int>(rng() % 40);
-    const int xb = xa + len - 1;
-    const int k = static_cast<int>(rng() % 80) - 20;
-    if (xa + k < 0 || xb + k + 1 >= width) continue;
-    const bool before = rng() & 1;
-    const int wfa = before ? 2 * hw : 0;
-    const int dir = before ? -1 : 1;
-    std::vector<uint8_t> cyR = cy0, cvuR = cvu0, cyV = cy0, cvuV = cvu0;
-    ref.blendRampRow(cyR.data(), cvuR.data(), fy.data(), fvu.data(), xa, xb, k, wfa, dir, level);
-    vec.blendRampRow(cyV.data(), cvuV.data(), fy.data(), fvu.data(), xa, xb, k, wfa, dir, level);
-    ASSERT_EQ(cyR, cyV) << "iter " << iter << " level " << level << " xa " << xa << " k " << k;
-    ASSERT_EQ(cvuR, cvuV) << "iter " << iter << " level " << level << " xa " << xa << " k " << k;
-  }
+  forEachTarget([&] {
+    std::mt19937 rng(77);
+    const int width = 700;
+    std::vector<uint8_t> fy(width), fvu(width), cy0(width), cvu0(width);
+    for (int iter = 0; iter < 1500; ++iter) {
+      for (auto* v : {&fy, &fvu, &cy0, &cvu0})
+        for (auto& b : *v) b = static_cast<uint8_t>(rng());
+      const int level = static_cast<int>(rng() % 4);
+      const int hw = 16 << level;
+      const int len = iter % 5 == 0 ? static_cast<int>(rng() % 6) : 2 * hw + 1;
+      const int xa = static_cast<int>(rng() % 40);
+      const int xb = xa + len - 1;
+      const int k = static_cast<int>(rng() % 80) - 20;
+      if (xa + k < 0 || xb + k + 1 >= width) continue;
+      const bool before = rng() & 1;
+      const int wfa = before ? 2 * hw : 0;
+      const int dir = before ? -1 : 1;
+      std::vector<uint8_t> cyR = cy0, cvuR = cvu0, cyV = cy0, cvuV = cvu0;
+      ref.blendRampRow(cyR.data(), cvuR.data(), fy.data(), fvu.data(), xa, xb, k, wfa, dir, level);
+      vec.blendRampRow(cyV.data(), cvuV.data(), fy.data(), fvu.data(), xa, xb, k, wfa, dir, level);
+      ASSERT_EQ(cyR, cyV) << "iter " << iter << " level " << level << " xa " << xa << " k " << k;
+      ASSERT_EQ(cvuR, cvuV) << "iter " << iter << " level " << level << " xa " << xa << " k " << k;
+    }
+  });
 }
 
 // Direct fill, horizontal: exactly [left, seam) or [seam, right) of each row, Y and VU; rows
@@ -225,7 +241,7 @@ TEST(ModuleMergeFill, HorizontalExtents) {
     m.offsetY = 1;  // canvas row r shows frame row r + 1; the last canvas row none
     const int edge = d == 1 ? 800 : 200;
     std::vector<int> seam(300);
-    for (int r = 0; r < 300; ++r) seam[r] = d == 1 ? edge - 10 - (r & 1) * 4 : edge + 10 - (r & 1) * 4;
+    for (int r = 0; r < 300; ++r) seam[r] = edge + (d == 1 ? -10 : 10) - (r & 1) * 4;
     if (d == 1) {
       m.merge_ToRight_direct_YUV_withSeam(seam, edge, f);
     } else {
@@ -236,7 +252,8 @@ TEST(ModuleMergeFill, HorizontalExtents) {
       const int lo = d == 1 ? seam[r] : edge, hi = d == 1 ? edge : seam[r];
       for (int x = edge - 30; x < edge + 30; ++x) {
         const bool in = r < 299 && x >= lo && x < hi;
-        ASSERT_EQ(canvas.y(x, r), in ? static_cast<uint8_t>(x + shift + r + 1) : 7) << r << " " << x;
+        const int want = in ? static_cast<uint8_t>(x + shift + r + 1) : 7;
+        ASSERT_EQ(canvas.y(x, r), want) << r << " " << x;
       }
     }
     // VU row 0: row 1 (frame row 2, VU row 1) wrote last, over row 0's copy (VU row 0).
@@ -265,7 +282,8 @@ TEST(ModuleMergeFill, VerticalRowsAndOffsets) {
       zolt::test::placeFirst(m, canvas, static_cast<MoveDirection>(d), 7);
       std::memset(canvas.buf.data(), 7, canvas.buf.size());
       Frame f;
-      zolt::test::fillFrame(f, 300, 400, [](int x, int y) { return static_cast<uint8_t>(3 * x + y); });
+      zolt::test::fillFrame(f, 300, 400,
+                            [](int x, int y) { return static_cast<uint8_t>(3 * x + y); });
       m.offsetX = offX;
       m.offsetY = d == 3 ? 0 : 600;  // canvas row y shows frame row y (down) / y - 600 + 600 (up)
       std::vector<int> seam(300, 40);
@@ -297,44 +315,45 @@ TEST(ModuleMergeFill, VerticalRowsAndOffsets) {
 TEST(ModuleMergeBlend, VectorColumnRampsMatchReference) {
   const auto& ref = zolt::referenceMergeKernels();
   const auto& vec = zolt::vectorMergeKernels();
-  SCOPED_TRACE(vec.name);
-  std::mt19937 rng(91);
-  // An even canvas width: in an odd one the last column's pair runs into the next VU row.
-  const int pw = 204, ph = 420, fw = 207, fh = 430;
-  std::vector<uint8_t> canvas0(pw * ph * 3 / 2), frame(fw * fh * 3 / 2);
-  for (int iter = 0; iter < 60; ++iter) {
-    for (auto& b : canvas0) b = static_cast<uint8_t>(rng());
-    for (auto& b : frame) b = static_cast<uint8_t>(rng());
-    zolt::ColumnRamps r{};
-    r.pw = pw;
-    r.fw = fw;
-    r.offX = static_cast<int>(rng() % 9) - 4;
-    r.yShift = static_cast<int>(rng() % 7) - 3;
-    r.c0 = std::max(0, -r.offX) + static_cast<int>(rng() % 3);
-    r.c1 = std::min(pw, fw - 1 - r.offX) - static_cast<int>(rng() % 3);
-    r.before = rng() & 1;
-    std::vector<int> seam(pw);
-    std::vector<int8_t> level(pw);
-    int s = 200;
-    for (int c = 0; c < pw; ++c) {
-      s = std::clamp(s + static_cast<int>(rng() % 3) - 1, 200 - 16, 200 + 16);
-      seam[c] = s;
-      level[c] = static_cast<int8_t>(iter % 3 == 0 ? rng() % 4 : iter % 4);
+  forEachTarget([&] {
+    std::mt19937 rng(91);
+    // An even canvas width: in an odd one the last column's pair runs into the next VU row.
+    const int pw = 204, ph = 420, fw = 207, fh = 430;
+    std::vector<uint8_t> canvas0(pw * ph * 3 / 2), frame(fw * fh * 3 / 2);
+    for (int iter = 0; iter < 24; ++iter) {
+      for (auto& b : canvas0) b = static_cast<uint8_t>(rng());
+      for (auto& b : frame) b = static_cast<uint8_t>(rng());
+      zolt::ColumnRamps r{};
+      r.pw = pw;
+      r.fw = fw;
+      r.offX = static_cast<int>(rng() % 9) - 4;
+      r.yShift = static_cast<int>(rng() % 7) - 3;
+      r.c0 = std::max(0, -r.offX) + static_cast<int>(rng() % 3);
+      r.c1 = std::min(pw, fw - 1 - r.offX) - static_cast<int>(rng() % 3);
+      r.before = rng() & 1;
+      std::vector<int> seam(pw);
+      std::vector<int8_t> level(pw);
+      int s = 200;
+      for (int c = 0; c < pw; ++c) {
+        s = std::clamp(s + static_cast<int>(rng() % 3) - 1, 200 - 16, 200 + 16);
+        seam[c] = s;
+        level[c] = static_cast<int8_t>(iter % 3 == 0 ? rng() % 4 : iter % 4);
+      }
+      r.seam = seam.data();
+      r.level = level.data();
+      r.fY = frame.data();
+      r.fVU = frame.data() + fw * fh;
+      std::vector<uint8_t> a = canvas0, b = canvas0;
+      r.cY = a.data();
+      r.cVU = a.data() + pw * ph;
+      ref.blendRampColumns(r);
+      r.cY = b.data();
+      r.cVU = b.data() + pw * ph;
+      vec.blendRampColumns(r);
+      const auto diff = std::mismatch(a.begin(), a.end(), b.begin());
+      ASSERT_TRUE(diff.first == a.end())
+          << "iter " << iter << " offX " << r.offX << " yShift " << r.yShift << " c0 " << r.c0
+          << " c1 " << r.c1 << " first difference at byte " << (diff.first - a.begin());
     }
-    r.seam = seam.data();
-    r.level = level.data();
-    r.fY = frame.data();
-    r.fVU = frame.data() + fw * fh;
-    std::vector<uint8_t> a = canvas0, b = canvas0;
-    r.cY = a.data();
-    r.cVU = a.data() + pw * ph;
-    ref.blendRampColumns(r);
-    r.cY = b.data();
-    r.cVU = b.data() + pw * ph;
-    vec.blendRampColumns(r);
-    const auto diff = std::mismatch(a.begin(), a.end(), b.begin());
-    ASSERT_TRUE(diff.first == a.end())
-        << "iter " << iter << " offX " << r.offX << " yShift " << r.yShift << " c0 " << r.c0
-        << " c1 " << r.c1 << " first difference at byte " << (diff.first - a.begin());
-  }
+  });
 }
