@@ -15,7 +15,7 @@
 
 namespace {
 
-const char* kPhoto = "/usr/share/backgrounds/Kleiber_by_Lukas_Baubkus.jpg";
+const char* kPhoto = "/usr/share/backgrounds/picosdeeuropa_by_Aitzol_Berasategi.jpg";
 
 tag_ZOLT_PANO_INIT_PARAM initParam(int w, int h) {
   tag_ZOLT_PANO_INIT_PARAM p{};
