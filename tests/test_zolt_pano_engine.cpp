@@ -67,16 +67,36 @@ SweepResult runSweep(zolt::sim::SweepSimulator& sim, int canvasFactor, const std
   return r;
 }
 
-// PSNR of `pano` against the best-matching place in `truth` (the panorama's first key frame
-// sits where the sweep started, a few pixels from the truth's corner).
-double alignedPsnr(const cv::Mat& pano, const cv::Mat& truth) {
-  const int w = std::min(pano.cols, truth.cols) - 16, h = std::min(pano.rows, truth.rows) - 16;
-  cv::Mat probe = pano(cv::Rect(8, 8, w, h));
+// Where `probe` fits best inside `area`.
+cv::Point bestMatch(const cv::Mat& area, const cv::Mat& probe) {
   cv::Mat score;
-  cv::matchTemplate(truth, probe, score, cv::TM_SQDIFF);
+  cv::matchTemplate(area, probe, score, cv::TM_SQDIFF);
   cv::Point best;
   cv::minMaxLoc(score, nullptr, nullptr, &best);
-  return cv::PSNR(probe, truth(cv::Rect(best.x, best.y, w, h)));
+  return best;
+}
+
+// Mean PSNR of 128-pixel tiles of `pano`, each matched on its own near its place in `truth`.
+// The panorama starts where the first key frame was, somewhere inside the truth; and the
+// tracker accumulates whole-pixel offsets, so the panorama may drift from the truth by a few
+// pixels over a sweep. Tiles measure the merge itself: seams and blending.
+double tilePsnr(const cv::Mat& pano, const cv::Mat& truth) {
+  const int tile = 128, margin = 16;
+  const int h = std::min(pano.rows, truth.rows) - 2 * margin;
+  const cv::Point origin = bestMatch(truth, pano(cv::Rect(margin, margin, 2 * tile, h)));
+  double sum = 0;
+  int n = 0;
+  for (int x = margin; x + tile + margin <= pano.cols; x += tile) {
+    cv::Mat probe = pano(cv::Rect(x, margin, tile, h));
+    const cv::Rect window = cv::Rect(origin.x + x - 2 * margin, origin.y - margin,
+                                     tile + 2 * margin, h + 2 * margin) &
+                            cv::Rect(0, 0, truth.cols, truth.rows);
+    if (window.width < probe.cols || window.height < probe.rows) break;
+    const cv::Point at = bestMatch(truth(window), probe);
+    sum += cv::PSNR(probe, truth(window)(cv::Rect(at.x, at.y, probe.cols, probe.rows)));
+    ++n;
+  }
+  return n > 0 ? sum / n : 0.0;
 }
 
 }  // namespace
@@ -125,9 +145,9 @@ TEST(ZoltPanoEngine, SteadySweepBuildsThePanoramaOfTheScene) {
   ASSERT_FALSE(pano.empty()) << r.jpeg;
   EXPECT_EQ(pano.cols, r.valid.right - r.valid.left);
   EXPECT_EQ(pano.rows, r.valid.bottom - r.valid.top);
-  const double psnr = alignedPsnr(pano, sim.truthPanorama());
+  const double psnr = tilePsnr(pano, sim.truthPanorama());
   RecordProperty("psnr", std::to_string(psnr));
-  EXPECT_GE(psnr, 30.0);
+  EXPECT_GE(psnr, 33.0);  // 36 dB measured; a frame one column off gives far less
 }
 
 TEST(ZoltPanoEngine, SaveImageAppendsJpgToTheNameAsItStands) {
