@@ -1,5 +1,7 @@
 #include "tools/frame_source.h"
 
+#include <stdlib.h>
+
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
@@ -63,6 +65,8 @@ class SweepSource : public FrameSource {
 class VideoSource : public FrameSource {
  public:
   VideoSource(const std::string& path, const SourceOptions& opt) : FrameSource(opt) {
+    // FFmpeg's own complaints would break the one-line error; the error below names the file.
+    ::setenv("OPENCV_FFMPEG_LOGLEVEL", "-8", 0);
     if (!cap_.open(path, cv::CAP_FFMPEG) || !cap_.isOpened())
       throw InputError("cannot open '" + path + "' as a video (unsupported format or codec)");
     kind_ = "video";

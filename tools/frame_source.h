@@ -38,7 +38,7 @@ class FrameSource {
   int expectedFrames() const { return expected_; }
   const std::string& kind() const { return kind_; }
   // Index in the input of the next frame next() delivers.
-  int nextIndex() const { return next_; }
+  int nextIndex() const { return next_ > opt_.first ? next_ : opt_.first; }
   // Fills nv21 with the next frame; false at the end. Throws InputError when a frame cannot be
   // read or its size differs from the first one.
   bool next(std::vector<uint8_t>& nv21);

@@ -264,7 +264,9 @@ StitchResult stitch(FrameSource& source, const StitchOptions& opt) {
   // The panorama goes to NAME.jpg; when that fails, to the current directory, then /tmp.
   auto tsave = Clock::now();
   const std::string stem = fs::path(opt.name).filename().string();
-  std::vector<std::string> bases = {opt.name, stem,
+  std::error_code cwdError;
+  const fs::path cwd = fs::current_path(cwdError);
+  std::vector<std::string> bases = {opt.name, (cwd / stem).string(),
                                     "/tmp/" + stem + "-" + std::to_string(::getpid())};
   if (r.haveRect) {
     for (size_t i = 0; i < bases.size(); ++i) {
