@@ -2,6 +2,7 @@
 // frame sizes) and whole sweeps through the C interface with their outputs and fallbacks.
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -54,10 +55,14 @@ std::string errorOf(const std::string& path, const SourceOptions& opt = {}) {
   return "";
 }
 
-// A 20-frame 1280 x 720 steady sweep written once for the tests below.
+// A 20-frame 1280 x 720 steady sweep written once per test process (ctest runs the cases as
+// parallel processes, hence the process id).
 const std::string& sweepDir() {
   static const std::string dir = [] {
-    const std::string d = freshDir("sweep") + "/s";
+    static std::string root;
+    root = freshDir("sweep" + std::to_string(::getpid()));
+    std::atexit([] { fs::remove_all(root); });
+    const std::string d = root + "/s";
     auto cfg = zolt::sim::SweepConfig::fromPreset("steady");
     cfg.photoPath = kPhoto;
     cfg.width = 1280;

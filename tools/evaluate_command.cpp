@@ -114,15 +114,15 @@ ImageScores scoreImage(const cv::Mat& pano, const cv::Mat& truth, cv::Point gues
     for (int x = s.overlap.x + kTileSearch; x + kTile + kTileSearch <= s.overlap.br().x;
          x += kTile) {
       const cv::Rect tile(x, y, kTile, kTile);
-      double bestTile = -1;
-      for (int dy = -kTileSearch; dy <= kTileSearch; ++dy)
-        for (int dx = -kTileSearch; dx <= kTileSearch; ++dx) {
-          const cv::Rect tt = tile + s.offset + cv::Point(dx, dy);
-          if ((tt & truthBox) != tt) continue;
-          const double e = sse(pano(tile), truth(tt));
-          if (bestTile < 0 || e < bestTile) bestTile = e;
-        }
-      if (bestTile < 0) continue;
+      const cv::Rect win = cv::Rect(x - kTileSearch, y - kTileSearch, kTile + 2 * kTileSearch,
+                                    kTile + 2 * kTileSearch) + s.offset;
+      if ((win & truthBox) != win) continue;
+      // The shift is chosen on luma; the error is then taken over all three channels.
+      cv::Mat tileCost;
+      cv::matchTemplate(tg(win), pg(tile), tileCost, cv::TM_SQDIFF);
+      cv::Point shift;
+      cv::minMaxLoc(tileCost, nullptr, nullptr, &shift, nullptr);
+      const double bestTile = sse(pano(tile), truth(cv::Rect(win.x + shift.x, win.y + shift.y, kTile, kTile)));
       total += bestTile;
       count += kTile * kTile * 3;
       ++s.tiles;
