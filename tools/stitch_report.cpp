@@ -15,8 +15,8 @@ namespace {
 
 constexpr int kWidth = 1600;
 constexpr int kPlotHeight = 420;
-constexpr int kMaxPanoHeight = 900;
-constexpr int kSeamBand = 33;  // the merger searches each seam within 33 pixels of the frame centre
+constexpr int kMaxPanoHeight = 600;
+constexpr int kSeamBand = 33;  // the merger searches each seam in a band this wide about the frame centre
 
 cv::Scalar codeColour(int code) {
   if (code == SUCCESS) return {90, 180, 90};
@@ -42,15 +42,16 @@ cv::Mat drawPanorama(const StitchResult& r) {
   cv::resize(r.panorama, scaled, cv::Size(std::max(1, cvRound(r.panorama.cols * s)),
                                           std::max(1, cvRound(r.panorama.rows * s))),
              0, 0, cv::INTER_AREA);
-  cv::Mat m(scaled.rows + 30, kWidth, CV_8UC3, cv::Scalar(30, 30, 30));
+  // The panorama as written, then a copy carrying the key frames and seams.
+  cv::Mat m(2 * scaled.rows + 34, kWidth, CV_8UC3, cv::Scalar(30, 30, 30));
   const int x0 = (kWidth - scaled.cols) / 2;
   scaled.copyTo(m(cv::Rect(x0, 0, scaled.cols, scaled.rows)));
-  cv::Mat view = m(cv::Rect(x0, 0, scaled.cols, scaled.rows));
+  cv::Mat view = m(cv::Rect(x0, scaled.rows + 4, scaled.cols, scaled.rows));
+  scaled.copyTo(view);
 
   const cv::Point origin = panoramaOrigin(r);
   const bool horiz = r.direction == MOVE_RIGHT || r.direction == MOVE_LEFT;
   const cv::Scalar outline[2] = {{255, 200, 0}, {255, 0, 255}};
-  cv::Mat band = view.clone();
   std::vector<std::pair<cv::Point, cv::Point>> centres;
   for (size_t i = 0; i < r.keyFrames.size(); ++i) {
     const cv::Rect k = r.keyFrames[i].canvas - origin;
@@ -58,27 +59,22 @@ cv::Mat drawPanorama(const StitchResult& r) {
                       cvRound(k.height * s));
     cv::rectangle(view, ks, outline[i % 2], 1, cv::LINE_AA);
     if (i == 0) continue;
-    // The seam runs within 16 pixels of the new frame's centre line; the band is tinted and
-    // its centre drawn.
-    const int half = std::max(1, cvRound(kSeamBand * s / 2));
+    // The seam runs within kSeamBand / 2 pixels of the new frame's centre line.
     if (horiz) {
       const int cx = ks.x + ks.width / 2;
-      cv::rectangle(band, cv::Rect(cx - half, ks.y, 2 * half, ks.height), {0, 0, 255}, cv::FILLED);
       centres.emplace_back(cv::Point(cx, ks.y), cv::Point(cx, ks.y + ks.height - 1));
     } else {
       const int cy = ks.y + ks.height / 2;
-      cv::rectangle(band, cv::Rect(ks.x, cy - half, ks.width, 2 * half), {0, 0, 255}, cv::FILLED);
       centres.emplace_back(cv::Point(ks.x, cy), cv::Point(ks.x + ks.width - 1, cy));
     }
   }
-  cv::addWeighted(view, 0.85, band, 0.15, 0, view);
   for (const auto& c : centres) cv::line(view, c.first, c.second, {0, 0, 255}, 1);
   char caption[256];
   std::snprintf(caption, sizeof caption,
-                "panorama %dx%d, %zu key frames placed (outlines), seam bands in red, canvas %dx%d",
-                r.panorama.cols, r.panorama.rows, r.keyFrames.size(), r.canvasWidth,
+                "panorama %dx%d; below: %zu key frames placed (outlines), seams within %d px of the red lines; canvas %dx%d",
+                r.panorama.cols, r.panorama.rows, r.keyFrames.size(), kSeamBand / 2, r.canvasWidth,
                 r.canvasHeight);
-  text(m, caption, {10, scaled.rows + 20});
+  text(m, caption, {10, 2 * scaled.rows + 24});
   return m;
 }
 
