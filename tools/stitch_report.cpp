@@ -16,6 +16,7 @@ namespace {
 constexpr int kWidth = 1600;
 constexpr int kPlotHeight = 420;
 constexpr int kMaxPanoHeight = 600;
+constexpr size_t kMaxDrawn = 40;
 constexpr int kSeamBand = 33;  // the merger searches each seam in a band this wide about the frame centre
 
 cv::Scalar codeColour(int code) {
@@ -53,11 +54,15 @@ cv::Mat drawPanorama(const StitchResult& r) {
   const bool horiz = r.direction == MOVE_RIGHT || r.direction == MOVE_LEFT;
   const cv::Scalar outline[2] = {{255, 200, 0}, {255, 0, 255}};
   std::vector<std::pair<cv::Point, cv::Point>> centres;
+  // Beyond kMaxDrawn key frames the outlines would hide the picture: every n-th is drawn.
+  const size_t every = (r.keyFrames.size() + kMaxDrawn - 1) / kMaxDrawn;
+  size_t drawn = 0;
   for (size_t i = 0; i < r.keyFrames.size(); ++i) {
+    if (every > 1 && i % every != 0 && i + 1 != r.keyFrames.size()) continue;
     const cv::Rect k = r.keyFrames[i].canvas - origin;
     const cv::Rect ks(cvRound(k.x * s), cvRound(k.y * s), cvRound(k.width * s),
                       cvRound(k.height * s));
-    cv::rectangle(view, ks, outline[i % 2], 1, cv::LINE_AA);
+    cv::rectangle(view, ks, outline[drawn++ % 2], 1, cv::LINE_AA);
     if (i == 0) continue;
     // The seam runs within kSeamBand / 2 pixels of the new frame's centre line.
     if (horiz) {
@@ -71,9 +76,11 @@ cv::Mat drawPanorama(const StitchResult& r) {
   for (const auto& c : centres) cv::line(view, c.first, c.second, {0, 0, 255}, 1);
   char caption[256];
   std::snprintf(caption, sizeof caption,
-                "panorama %dx%d; below: %zu key frames placed (outlines), seams within %d px of the red lines; canvas %dx%d",
-                r.panorama.cols, r.panorama.rows, r.keyFrames.size(), kSeamBand / 2, r.canvasWidth,
-                r.canvasHeight);
+                "panorama %dx%d; below: %zu key frames placed (outlines%s), seams within %d px of "
+                "the red lines; canvas %dx%d",
+                r.panorama.cols, r.panorama.rows, r.keyFrames.size(),
+                every > 1 ? (", 1 in " + std::to_string(every) + " drawn").c_str() : "",
+                kSeamBand / 2, r.canvasWidth, r.canvasHeight);
   text(m, caption, {10, 2 * scaled.rows + 24});
   return m;
 }

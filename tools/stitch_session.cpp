@@ -299,11 +299,10 @@ StitchResult stitch(FrameSource& source, const StitchOptions& opt) {
   if (!writeReport(r, r.reportPath))
     throw StitchError("cannot write '" + r.reportPath + "'");
   if (!r.haveRect)
-    throw StitchError("no panorama: the engine merged no key frame (codes: " +
-                      std::to_string(r.codesSeen.size()) + " seen, last: " +
-                      (hintFor(r.frames.back().code).empty() ? "none"
-                                                             : hintFor(r.frames.back().code)) +
-                      ")");
+    throw StitchError("no panorama: the engine merged no key frame" +
+                      (r.frames.back().code != SUCCESS
+                           ? " (last hint: " + hintFor(r.frames.back().code) + ")"
+                           : std::string()));
   if (r.panoramaPath.empty()) throw StitchError("the engine wrote no panorama");
   return r;
 }
