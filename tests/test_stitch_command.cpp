@@ -249,3 +249,29 @@ TEST(StitchSession, CanvasThatDoesNotSuitTheSweepAxisIsRefused) {
                            "frames: it must be as high as a frame and wider");
   }
 }
+
+TEST(StitchSession, FrameSizeChangingMidStreamKeepsThePanoramaSoFar) {
+  // The sweep's first frames as pictures, then one of another size.
+  const std::string dir = freshDir("changing");
+  {
+    auto sweep = FrameSource::open(sweepDir(), {});
+    std::vector<uint8_t> f;
+    for (int i = 0; i < 10 && sweep->next(f); ++i) {
+      cv::Mat bgr;
+      cv::cvtColor(cv::Mat(720 * 3 / 2, 1280, CV_8UC1, f.data()), bgr, cv::COLOR_YUV2BGR_NV21);
+      cv::imwrite(dir + "/f" + std::to_string(10 + i) + ".png", bgr);
+    }
+    cv::imwrite(dir + "/f99.png", texture(1282, 720, 3));
+  }
+  StitchOptions opt;
+  opt.name = freshDir("changing_out") + "/pano";
+  opt.hints = false;
+  auto src = FrameSource::open(dir, {});
+  const zolt::tools::StitchResult r = zolt::tools::stitch(*src, opt);
+  EXPECT_EQ(r.inputProblem, "'" + dir + "/f99.png' is 1282x720, the first image was 1280x720: "
+                            "the frame size changed mid-stream");
+  EXPECT_EQ(r.frames.size(), 10u);
+  EXPECT_EQ(r.direction, MOVE_RIGHT);
+  EXPECT_EQ(r.panoramaPath, opt.name + ".jpg");
+  EXPECT_GT(cv::imread(r.panoramaPath).cols, 1280);
+}

@@ -72,8 +72,11 @@ int runStitchReporting(const std::string& command, const std::string& input,
     printError(command, "out of memory");
     return kExitFailure;
   }
-  if (!r.outputProblem.empty()) {
-    printError(command, r.outputProblem + "; the panorama is in '" + r.panoramaPath + "'");
+  std::string problem = r.inputProblem;
+  if (!r.outputProblem.empty()) problem += (problem.empty() ? "" : "; ") + r.outputProblem;
+  if (!problem.empty()) {
+    const std::string where = r.inputProblem.empty() ? "the panorama" : "the panorama so far";
+    printError(command, problem + "; " + where + " is in '" + r.panoramaPath + "'");
     return kExitFailure;
   }
   return kExitOk;

@@ -180,7 +180,14 @@ StitchResult stitch(FrameSource& source, const StitchOptions& opt) {
   for (;;) {
     auto tr = Clock::now();
     const int index = source.nextIndex();
-    if (!source.next(nv21)) break;
+    try {
+      if (!source.next(nv21)) break;
+    } catch (const InputError& e) {
+      // What was stitched so far is still saved; the problem is reported with it.
+      if (r.frames.empty()) throw;
+      r.inputProblem = e.what();
+      break;
+    }
     r.readMs += msSince(tr);
     frame.planeY = nv21.data();
     frame.planeVU = nv21.data() + static_cast<size_t>(W) * H;
@@ -298,6 +305,7 @@ StitchResult stitch(FrameSource& source, const StitchOptions& opt) {
   writeCsv(r, r.csvPath);
   if (!writeReport(r, r.reportPath))
     throw StitchError("cannot write '" + r.reportPath + "'");
+  if (!r.haveRect && !r.inputProblem.empty()) throw InputError(r.inputProblem);
   if (!r.haveRect)
     throw StitchError("no panorama: the engine merged no key frame" +
                       (r.frames.back().code != SUCCESS

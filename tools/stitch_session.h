@@ -67,6 +67,7 @@ struct StitchResult {
   std::string panoramaPath;  // empty when no panorama was written
   std::string csvPath, reportPath;
   std::string outputProblem;  // why the requested name could not be used; empty when it was
+  std::string inputProblem;   // a frame that could not be read after others were stitched
   cv::Mat panorama;           // the JPEG as written, BGR
 };
 
