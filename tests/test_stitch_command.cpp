@@ -177,7 +177,8 @@ TEST(StitchSession, SteadySweepWritesPanoramaCsvAndReport) {
   StitchOptions opt;
   opt.name = out;
   opt.hints = false;
-  const zolt::tools::StitchResult r = zolt::tools::stitch(*src, opt);
+  zolt::tools::StitchResult r;
+  zolt::tools::stitch(*src, opt, r);
 
   EXPECT_EQ(r.panoramaPath, out + ".jpg");
   EXPECT_TRUE(r.outputProblem.empty());
@@ -223,7 +224,8 @@ TEST(StitchSession, UnwritableNameFallsBackToTheCurrentDirectory) {
   SourceOptions range;
   range.count = 12;
   auto src = FrameSource::open(sweepDir(), range);
-  const zolt::tools::StitchResult r = zolt::tools::stitch(*src, opt);
+  zolt::tools::StitchResult r;
+  zolt::tools::stitch(*src, opt, r);
   fs::current_path(before);
   EXPECT_EQ(r.outputProblem,
             "cannot write '/nonexistent-dir/sub/pano.jpg': directory '/nonexistent-dir/sub' does "
@@ -242,7 +244,8 @@ TEST(StitchSession, CanvasThatDoesNotSuitTheSweepAxisIsRefused) {
   opt.canvasWidth = 1280;
   opt.canvasHeight = 4000;
   try {
-    zolt::tools::stitch(*src, opt);
+    zolt::tools::StitchResult r;
+    zolt::tools::stitch(*src, opt, r);
     FAIL() << "accepted a vertical canvas for a horizontal sweep";
   } catch (const StitchError& e) {
     EXPECT_STREQ(e.what(), "canvas 1280x4000 does not suit a horizontal sweep of 1280x720 "
@@ -267,7 +270,8 @@ TEST(StitchSession, FrameSizeChangingMidStreamKeepsThePanoramaSoFar) {
   opt.name = freshDir("changing_out") + "/pano";
   opt.hints = false;
   auto src = FrameSource::open(dir, {});
-  const zolt::tools::StitchResult r = zolt::tools::stitch(*src, opt);
+  zolt::tools::StitchResult r;
+  zolt::tools::stitch(*src, opt, r);
   EXPECT_EQ(r.inputProblem, "'" + dir + "/f99.png' is 1282x720, the first image was 1280x720: "
                             "the frame size changed mid-stream");
   EXPECT_EQ(r.frames.size(), 10u);

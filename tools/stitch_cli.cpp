@@ -58,7 +58,7 @@ int runStitchReporting(const std::string& command, const std::string& input,
                        const SourceOptions& src, const StitchOptions& opt, StitchResult& r) {
   try {
     std::unique_ptr<FrameSource> source = FrameSource::open(input, src);
-    r = stitch(*source, opt);
+    stitch(*source, opt, r);
   } catch (const InputError& e) {
     printError(command, e.what());
     return kExitFailure;

@@ -129,9 +129,9 @@ cv::Point panoramaOrigin(const StitchResult& r) {
   return r.haveRect ? cv::Point(r.validRect.left, r.validRect.top) : cv::Point(0, 0);
 }
 
-StitchResult stitch(FrameSource& source, const StitchOptions& opt) {
+void stitch(FrameSource& source, const StitchOptions& opt, StitchResult& r) {
   using Clock = std::chrono::steady_clock;
-  StitchResult r;
+  r = StitchResult();
   r.frameWidth = source.width();
   r.frameHeight = source.height();
   r.fps = source.fps();
@@ -312,7 +312,6 @@ StitchResult stitch(FrameSource& source, const StitchOptions& opt) {
                            ? " (last hint: " + hintFor(r.frames.back().code) + ")"
                            : std::string()));
   if (r.panoramaPath.empty()) throw StitchError("the engine wrote no panorama");
-  return r;
 }
 
 }  // namespace zolt::tools

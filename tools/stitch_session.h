@@ -78,9 +78,10 @@ cv::Size defaultCanvas(int w, int h, bool horizontal);
 // Text a user sees for a result code ("" for SUCCESS).
 std::string hintFor(int code);
 
-// Runs the sweep and writes NAME.jpg (with the fallback), NAME.csv and NAME_report.png.
-// Throws InputError for unreadable input, StitchError for the rest.
-StitchResult stitch(FrameSource& source, const StitchOptions& opt);
+// Runs the sweep into r (which it resets) and writes NAME.jpg (with the fallback), NAME.csv and
+// NAME_report.png. Throws InputError for unreadable input, StitchError for the rest; r then
+// holds what was done up to the failure.
+void stitch(FrameSource& source, const StitchOptions& opt, StitchResult& r);
 
 // Panorama pixel of a key frame's top-left corner (canvas position minus the valid rectangle's).
 cv::Point panoramaOrigin(const StitchResult& r);
