@@ -63,10 +63,3 @@ BENCHMARK(BM_BgrToNv21)->ArgNames({"vec", "w", "h", "grey"})
     ->Unit(benchmark::kMillisecond);
 
 }  // namespace
-
-int main(int argc, char** argv) {
-  cv::setNumThreads(1);
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  return 0;
-}

@@ -131,12 +131,3 @@ BENCHMARK(BM_BlendRampColumns)->ArgNames({"vec", "level"})
     ->Args({0, 0})->Args({1, 0})->Args({0, 2})->Args({1, 2})->Unit(benchmark::kMicrosecond);
 
 }  // namespace
-
-int main(int argc, char** argv) {
-  cv::setNumThreads(1);
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
-}

@@ -173,11 +173,3 @@ void BM_StageFullResCopy(benchmark::State& state) {
 BENCHMARK(BM_StageFullResCopy)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
-
-int main(int argc, char** argv) {
-  cv::setNumThreads(1);
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
-}

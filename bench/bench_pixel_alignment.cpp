@@ -57,11 +57,3 @@ BENCHMARK(BM_HstripReference)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_HstripVector)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
-
-int main(int argc, char** argv) {
-  cv::setNumThreads(1);
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
-}

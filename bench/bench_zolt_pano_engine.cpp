@@ -107,10 +107,3 @@ void BM_SaveJpegEncode(benchmark::State& state) {
 BENCHMARK(BM_SaveJpegEncode)->Unit(benchmark::kMillisecond);
 
 }  // namespace
-
-int main(int argc, char** argv) {
-  cv::setNumThreads(1);
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  return 0;
-}
