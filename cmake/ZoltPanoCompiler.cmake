@@ -24,9 +24,13 @@ if(ZOLTPANO_SANITIZE)
   target_link_options(zoltpano_options INTERFACE -fsanitize=${ZOLTPANO_SANITIZE})
 endif()
 
-# 32-bit ARM: NEON, and half floats in IEEE format, which Highway's NEON target needs.
+# 32-bit ARM: NEON, and half floats in IEEE format, which Highway's NEON target needs. NEON
+# itself comes from the toolchain's flags (cmake/toolchain-armhf.cmake: -mfpu=neon-vfpv4).
+# GCC's notes that passing 64-bit aggregates changed in GCC 7.1 concern only code mixed with
+# objects from older compilers.
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|armv7|armv7-a|armeabi-v7a)" AND NOT ANDROID)
-  target_compile_options(zoltpano_options INTERFACE -mfp16-format=ieee)
+  target_compile_options(zoltpano_options INTERFACE -mfp16-format=ieee
+                         $<$<CXX_COMPILER_ID:GNU>:-Wno-psabi>)
 elseif(ANDROID AND ANDROID_ABI STREQUAL "armeabi-v7a")
   target_compile_options(zoltpano_options INTERFACE -mfpu=neon -mfp16-format=ieee)
 endif()
