@@ -22,6 +22,8 @@ if(ZOLTPANO_SANITIZE)
   target_compile_options(zoltpano_options INTERFACE
     -fsanitize=${ZOLTPANO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   target_link_options(zoltpano_options INTERFACE -fsanitize=${ZOLTPANO_SANITIZE})
+  # Sanitizer builds also keep the engine's own checks of caller promises (platform/check.h).
+  target_compile_definitions(zoltpano_options INTERFACE ZOLTPANO_CHECKS)
 endif()
 
 # 32-bit ARM: NEON, and half floats in IEEE format, which Highway's NEON target needs. NEON

@@ -1,10 +1,10 @@
 #include "image/nv21_img.h"
 
-#include <cassert>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
+#include "platform/check.h"
 #include "platform/log.h"
 
 void NV21Img::setViews() {
@@ -67,7 +67,7 @@ void NV21Img::nvLoadNV21_FWBuffer(__tag_ZOLT_OFFSCREEN* buf) {
     return;
   }
   // The engine's frame image only ever wraps; re-pointing an owning image would lose its buffer.
-  assert(!ownsBuffer && "nvLoadNV21_FWBuffer on an owning image");
+  ZOLT_CHECK(!ownsBuffer, "nvLoadNV21_FWBuffer on an owning image would lose its buffer");
   yPlane = buf->planeY;
   vuPlane = buf->planeVU;
   yMat.release();
@@ -100,11 +100,11 @@ void NV21Img::freeData() {
 }
 
 void NV21Img::copyTo(NV21Img& dst) {
-  assert(&dst != this);
+  ZOLT_CHECK(&dst != this, "copyTo into itself");
   dst.nvCreate(height, width);
   size_t ySize = static_cast<size_t>(width) * height;
   if (ySize == 0) return;
-  assert(yPlane != nullptr && vuPlane != nullptr);
+  ZOLT_CHECK(yPlane != nullptr && vuPlane != nullptr, "image without planes");
   std::memcpy(dst.yPlane, yPlane, ySize);
   std::memcpy(dst.vuPlane, vuPlane, ySize / 2);
 }
@@ -116,7 +116,7 @@ int NV21Img::nvLoadNV21(unsigned char* data, int h, int w) {
         static_cast<unsigned>(reinterpret_cast<uintptr_t>(yPlane)),
         static_cast<unsigned>(reinterpret_cast<uintptr_t>(data)), size);
   if (size > 0) {
-    assert(data != nullptr);
+    ZOLT_CHECK(data != nullptr, "nvLoadNV21 from a null buffer");
     std::memcpy(yPlane, data, static_cast<size_t>(size));
   }
   ZLOGW(" MERGER UI First mem copy start %0x",
@@ -130,7 +130,7 @@ int NV21Img::nvLoadNV21(__tag_ZOLT_OFFSCREEN* buf) {
   if (!created) nvCreate(buf->height, buf->width);
   size_t size = static_cast<size_t>(buf->width) * buf->height;
   // The record's size is used as it stands; a larger record than the image would overrun it.
-  assert(size <= static_cast<size_t>(width) * height);
+  ZOLT_CHECK(size <= static_cast<size_t>(width) * height, "frame larger than the image");
   if (size == 0) return 1;
   std::memcpy(yPlane, buf->planeY, size);
   std::memcpy(vuPlane, buf->planeVU, size / 2);

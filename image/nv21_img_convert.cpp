@@ -1,11 +1,11 @@
 // NV21Img: colour conversion, flip and image files. The pixel rules live in colour_convert.h.
-#include <cassert>
 
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 
 #include "image/colour_convert.h"
 #include "image/nv21_img.h"
+#include "platform/check.h"
 
 namespace {
 
@@ -28,7 +28,7 @@ cv::Mat NV21Img::nvCvt2BGR(int x, int y, int w, int h) {
   const int x0 = std::max(x, 0), y0 = std::max(y, 0);
   const int x1 = std::min(x + w, width), y1 = std::min(y + h, height);
   if (x1 > x0 && y1 > y0) {
-    assert(yPlane != nullptr && vuPlane != nullptr);
+    ZOLT_CHECK(yPlane != nullptr && vuPlane != nullptr, "image without planes");
     zolt::nv21ToBgr(zolt::colourKernels(), yPlane, vuPlane, vuSize(), width, height,
                     bgrMat.data, bgrMat.step, x0, y0, x1 - x0, y1 - y0);
   }
@@ -36,7 +36,7 @@ cv::Mat NV21Img::nvCvt2BGR(int x, int y, int w, int h) {
 }
 
 void NV21Img::nvCvt2NV21(cv::Mat bgr) {
-  assert(bgr.empty() || bgr.type() == CV_8UC3);
+  ZOLT_CHECK(bgr.empty() || bgr.type() == CV_8UC3, "nvCvt2NV21 needs 8-bit BGR");
   nvCreate(bgr.rows, bgr.cols);
   if (bgr.empty()) return;
   zolt::bgrToNv21(zolt::colourKernels(), bgr.data, bgr.step, bgr.rows, bgr.cols, yPlane, vuPlane,

@@ -145,3 +145,25 @@ TEST(NV21Img, MinmaxClampsWithHighInclusive) {
   EXPECT_EQ(minmax__(2, 0, 3), 2);
   EXPECT_EQ(minmax__(0, 0, 3), 0);
 }
+
+#if defined(ZOLTPANO_CHECKS) || !defined(NDEBUG)
+// Debug and sanitizer builds turn broken caller promises into an abort with a log line.
+TEST(NV21ImgDeathTest, BrokenPromisesAbortInCheckedBuilds) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  CallerFrame big(64, 48, 1);
+  EXPECT_DEATH(
+      {
+        NV21Img small;
+        small.nvCreate(8, 8);
+        small.nvLoadNV21(&big.rec);  // record larger than the image
+      },
+      "");
+  EXPECT_DEATH(
+      {
+        NV21Img owner;
+        owner.nvCreate(8, 8);
+        owner.nvLoadNV21_FWBuffer(&big.rec);  // would lose the owned buffer
+      },
+      "");
+}
+#endif
