@@ -60,7 +60,9 @@ trap '$SUDO rm -rf "$tmp"' EXIT
 $SUDO rm -rf "$tmp"
 
 echo "make_armhf_rootfs.sh: extracting $suite armhf into $dir"
+# Nothing runs inside the tree, so nothing is mounted into it (CI containers may forbid it).
 $SUDO mmdebstrap --arch=armhf --variant=extract --mode=root --quiet \
+  --skip=chroot/mount --skip=check/qemu \
   --include="$include" \
   --extract-hook="$hook" \
   "$suite" "$tmp" \
