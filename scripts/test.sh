@@ -24,10 +24,17 @@ for a in "$@"; do
   esac
 done
 
+# Each stage's wall time and the processor time of its programs (on a shared or loaded
+# machine the second says what the stage costs).
 summary=()
 stage_start=0
-begin() { echo; echo "== $1"; stage_name="$1"; stage_start=$SECONDS; }
-end() { summary+=("$(printf '%-58s %4ds  %s' "$stage_name" $((SECONDS - stage_start)) "${1:-}")"); }
+tck=$(getconf CLK_TCK 2>/dev/null || echo 100)
+child_cpu() { local f; read -r -a f < <(sed 's/^.*) //' /proc/$$/stat); echo $(( f[13] + f[14] )); }
+begin() { echo; echo "== $1"; stage_name="$1"; stage_start=$SECONDS; stage_cpu=$(child_cpu); }
+end() {
+  summary+=("$(printf '%-40s %5ds wall %5ds cpu  %s' "$stage_name" $((SECONDS - stage_start)) \
+    $(( ($(child_cpu) - stage_cpu) / tck )) "${1:-}")")
+}
 # "N tests": what ctest ran, from its summary line.
 ctest_count() { grep -Eo 'tests passed, [0-9]+ tests failed out of [0-9]+' "$1" | grep -Eo '[0-9]+$' || echo '?'; }
 run_ctest() {
@@ -78,4 +85,4 @@ fi
 echo
 echo "== summary"
 printf '%s\n' "${summary[@]}"
-echo "total $((SECONDS - total_start))s: all stages passed"
+echo "total $((SECONDS - total_start))s wall: all stages passed"
