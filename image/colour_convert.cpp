@@ -60,6 +60,13 @@ void bgrRowPairToNv21Ref(const uint8_t* bgrRow0, const uint8_t* bgrRow1, uint8_t
 
 }  // namespace
 
+uint8_t referenceLuma(const uint8_t* bgr) { return lumaOf(bgr); }
+
+void referenceBlockChroma(const uint8_t* p00, const uint8_t* p01, const uint8_t* p10,
+                          const uint8_t* p11, uint8_t* vu) {
+  blockToNv21(p00, p01, p10, p11, vu);
+}
+
 const ColourKernels& referenceColourKernels() {
   static const ColourKernels k{nv21RowToBgrRef, bgrRowPairToNv21Ref, "reference"};
   return k;

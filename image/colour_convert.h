@@ -17,6 +17,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace zolt {
 
@@ -35,8 +36,19 @@ struct ColourKernels {
 const ColourKernels& referenceColourKernels();
 // The best vectorised version this CPU runs (the reference where none was built).
 const ColourKernels& vectorColourKernels();
+// The vectorised kernels once for each instruction set this CPU runs (tests compare them all).
+// Switches Highway's target choice while it runs: call it from one thread, not during
+// conversions.
+std::vector<const ColourKernels*> vectorColourKernelsForEachTarget();
 // What the engine uses: the vectorised kernels unless ZOLTPANO_FORCE_REFERENCE is set.
 const ColourKernels& colourKernels();
+
+// The reference's luma of one BGR pixel and chroma (V, U) of one 2x2 block, out of line. The
+// vectorised kernels hand back to these the rare inputs whose exact value is a whole number,
+// where the double result depends on how the products round.
+uint8_t referenceLuma(const uint8_t* bgr);
+void referenceBlockChroma(const uint8_t* p00, const uint8_t* p01, const uint8_t* p10,
+                          const uint8_t* p11, uint8_t* vu);
 
 // NV21 planes as the engine holds them: rows of `width` bytes in both planes, `vuSize` bytes in
 // the VU plane ((width * height) / 2). Converts the rectangle x..x+w-1, y..y+h-1 (already
