@@ -3,6 +3,7 @@
 # that qemu-arm runs the tests in: headers and libraries of every dependency, extracted without
 # running any package script (no emulation needed, about a minute and 700 MB).
 #   scripts/make_armhf_rootfs.sh [DIR]      DIR defaults to <repo>/.armhf-rootfs
+# ZOLTPANO_DEBIAN_MIRROR replaces http://deb.debian.org/debian.
 # Skips the work when DIR already holds an extraction of the same package list. The tree is
 # built next to DIR and renamed into place at the end, so an interrupted run never leaves a
 # DIR that looks complete.
@@ -11,7 +12,7 @@ set -euo pipefail
 repo="$(cd "$(dirname "$0")/.." && pwd)"
 dir="${1:-${ZOLTPANO_ARMHF_ROOTFS:-$repo/.armhf-rootfs}}"
 suite=bookworm
-mirror=http://deb.debian.org/debian
+mirror=${ZOLTPANO_DEBIAN_MIRROR:-http://deb.debian.org/debian}
 
 pkgs=(
   # C and C++ runtime and headers for the cross compiler's --sysroot
