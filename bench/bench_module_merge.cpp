@@ -1,0 +1,142 @@
+// Merging one 1920 x 1080 key frame (seam search, blending, direct fill), and the blending ramp
+// alone, reference against the vectorised kernel, in one run.
+// Run with --benchmark_repetitions=5 --benchmark_report_aggregates_only=true for medians, and
+// 2>/dev/null: the merger logs five lines per key frame. ZOLTPANO_FORCE_REFERENCE=1 runs the
+// whole merge on the reference kernels.
+#include <benchmark/benchmark.h>
+
+#include <random>
+#include <vector>
+
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "image/nv21_img.h"
+#include "merger/merge_kernels.h"
+#include "merger/module_merge.h"
+
+namespace {
+
+// The Debian photo (noise where it is missing), wide enough for a sweep of 1920 x 1080 frames.
+const cv::Mat& scene() {
+  static const cv::Mat s = [] {
+    cv::Mat full = cv::imread("/usr/share/backgrounds/Kleiber_by_Lukas_Baubkus.jpg", 1);
+    cv::Mat out(2200, 3600, CV_8UC3);
+    if (full.empty()) {
+      cv::randu(out, 0, 255);
+    } else {
+      cv::resize(full, out, out.size(), 0, 0, cv::INTER_AREA);
+    }
+    return out;
+  }();
+  return s;
+}
+
+struct OwnedImg : NV21Img {
+  ~OwnedImg() { freeData(); }
+};
+
+// A sweep's first key frame placed; the second one, `step` pixels on, merged per iteration
+// (the merger's last centre is wound back each time, so every iteration does the full work).
+void BM_MergeKeyFrame(benchmark::State& state) {
+  const bool horizontal = state.range(0) == 0;
+  const int step = static_cast<int>(state.range(1));
+  const int fw = 1920, fh = 1080;
+  const int pw = horizontal ? 6000 : fw, ph = horizontal ? fh : 4000;
+  std::vector<uint8_t> canvasBuf(static_cast<size_t>(pw) * ph * 3 / 2, 0);
+  __tag_ZOLT_OFFSCREEN canvas{};
+  canvas.width = pw;
+  canvas.height = ph;
+  canvas.planeY = canvasBuf.data();
+  canvas.planeVU = canvasBuf.data() + static_cast<size_t>(pw) * ph;
+  const MoveDirection dir = horizontal ? MOVE_RIGHT : MOVE_DOWN;
+  // In a vertical sweep the frame is still 1920 x 1080; the scene is read rotated.
+  cv::Mat view = horizontal ? scene() : scene().t();
+  OwnedImg first, second;
+  first.nvCvt2NV21(view(cv::Rect(100, 300, fw, fh)).clone());
+  const cv::Point at = horizontal ? cv::Point(100 + step, 303) : cv::Point(103, 300 + step);
+  second.nvCvt2NV21(view(cv::Rect(at.x, at.y, fw, fh)).clone());
+  ModuleMerge m(fw, fh);
+  m.merging_AddImage(first, cv::Point_<double>(0, 0), dir, &canvas);
+  const int start = horizontal ? m.lastMergedX : m.lastMergedY;
+  const cv::Point_<double> offset(100 - at.x, 300 - at.y);
+  for (auto _ : state) {
+    (horizontal ? m.lastMergedX : m.lastMergedY) = start;
+    m.merging_AddImage(second, offset, dir, &canvas);
+    benchmark::DoNotOptimize(canvasBuf.data());
+  }
+  state.SetLabel(zolt::mergeKernels().name);
+}
+BENCHMARK(BM_MergeKeyFrame)->ArgNames({"vertical", "step"})
+    ->Args({0, 300})->Args({0, 600})->Args({1, 300})->Unit(benchmark::kMillisecond);
+
+// The blending ramp of one key frame: 1080 rows, at level 0 (33 pixels) and 2 (129 pixels).
+void BM_BlendRampRows(benchmark::State& state) {
+  const auto& k = state.range(0) == 0 ? zolt::referenceMergeKernels() : zolt::vectorMergeKernels();
+  const int level = static_cast<int>(state.range(1));
+  const int w = 1920, h = 1080, hw = 16 << level;
+  std::mt19937 rng(5);
+  std::vector<uint8_t> canvas(static_cast<size_t>(w) * h * 3 / 2), frame(canvas.size());
+  for (auto& b : canvas) b = static_cast<uint8_t>(rng());
+  for (auto& b : frame) b = static_cast<uint8_t>(rng());
+  uint8_t* cvu = canvas.data() + static_cast<size_t>(w) * h;
+  const uint8_t* fvu = frame.data() + static_cast<size_t>(w) * h;
+  for (auto _ : state) {
+    for (int r = 0; r < h; ++r) {
+      const int s = 900 + (r % 33) - 16;  // a wandering seam
+      k.blendRampRow(canvas.data() + r * w, cvu + (r / 2) * w, frame.data() + r * w,
+                     fvu + (r / 2) * w, s - hw, s + hw, -301, 0, 1, level);
+    }
+    benchmark::DoNotOptimize(canvas.data());
+  }
+  state.SetLabel(k.name);
+}
+BENCHMARK(BM_BlendRampRows)->ArgNames({"vec", "level"})
+    ->Args({0, 0})->Args({1, 0})->Args({0, 2})->Args({1, 2})->Unit(benchmark::kMicrosecond);
+
+// The column ramps of a vertical sweep's key frame: 1920 columns, level 0 and 2.
+void BM_BlendRampColumns(benchmark::State& state) {
+  const auto& k = state.range(0) == 0 ? zolt::referenceMergeKernels() : zolt::vectorMergeKernels();
+  const int level = static_cast<int>(state.range(1));
+  const int w = 1920, ph = 2000, fh = 1080;
+  std::mt19937 rng(6);
+  std::vector<uint8_t> canvas(static_cast<size_t>(w) * ph * 3 / 2), frame(size_t(w) * fh * 3 / 2);
+  for (auto& b : canvas) b = static_cast<uint8_t>(rng());
+  for (auto& b : frame) b = static_cast<uint8_t>(rng());
+  std::vector<int> seam(w);
+  std::vector<int8_t> levels(w, static_cast<int8_t>(level));
+  for (int c = 0; c < w; ++c) seam[c] = 900 + (c % 33) - 16;
+  zolt::ColumnRamps r{};
+  r.cY = canvas.data();
+  r.cVU = canvas.data() + static_cast<size_t>(w) * ph;
+  r.pw = w;
+  r.fY = frame.data();
+  r.fVU = frame.data() + static_cast<size_t>(w) * fh;
+  r.fw = w;
+  r.c0 = 3;
+  r.c1 = w;
+  r.offX = -3;
+  r.yShift = -361;
+  r.seam = seam.data();
+  r.level = levels.data();
+  r.before = false;
+  for (auto _ : state) {
+    k.blendRampColumns(r);
+    benchmark::DoNotOptimize(canvas.data());
+  }
+  state.SetLabel(k.name);
+}
+BENCHMARK(BM_BlendRampColumns)->ArgNames({"vec", "level"})
+    ->Args({0, 0})->Args({1, 0})->Args({0, 2})->Args({1, 2})->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  cv::setNumThreads(1);
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}

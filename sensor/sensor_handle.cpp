@@ -1,0 +1,3 @@
+#include "sensor/sensor_handle.h"
+
+SensorInterface* pSensorHandle = nullptr;

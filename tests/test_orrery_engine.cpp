@@ -1,0 +1,157 @@
+// The engine facade's own rules, with the tracker's and merger's state set by hand.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "engine/orrery_engine.h"
+#include "image/nv21_img.h"
+#include "merger/module_merge.h"
+#include "support/log_capture.h"
+#include "tracker/module_track.h"
+
+namespace {
+
+struct Engine : testing::Test {
+  OrreryEngine e;
+  std::vector<uint8_t> frameBytes = std::vector<uint8_t>(1280 * 720 * 3 / 2, 128);
+  __tag_ZOLT_OFFSCREEN frame{0, 1280, 720, frameBytes.data(), frameBytes.data() + 1280 * 720};
+  void SetUp() override { e.zolt_init_pano(1280, 720); }
+  void TearDown() override { e.release(); }
+};
+
+}  // namespace
+
+TEST(OrreryEngineInit, RefusesSmallPreviewsAndBuildsTheParts) {
+  OrreryEngine small;
+  EXPECT_EQ(small.width, -1);
+  EXPECT_EQ(small.frameCount, -1);
+  EXPECT_ANY_THROW(small.zolt_init_pano(640, 480));
+  EXPECT_EQ(small.merger, nullptr);
+  EXPECT_EQ(small.frameImg, nullptr);
+
+  OrreryEngine ok(7);
+  ok.zolt_init_pano(641, 641);
+  EXPECT_TRUE(ok.isInitialized());
+  EXPECT_EQ(ok.mode, 7);
+  EXPECT_EQ(ok.frameCount, 0);
+  ASSERT_NE(ok.frameImg, nullptr);
+  EXPECT_EQ(ok.frameImg->width, 641);
+  EXPECT_FALSE(ok.frameImg->created);
+  ok.release();
+  EXPECT_FALSE(ok.isInitialized());
+}
+
+TEST_F(Engine, ErrorGateStopsOnlyOnAFullCanvas) {
+  zolt::test::LogCapture log;
+  long code = 0;
+  e.tracker->errCode = WARN_MOVE_SLOPE;
+  const struct {
+    int ui, merge;
+    bool pass;
+    const char* line;
+  } cases[] = {
+      {0, 0, true, nullptr},
+      {2, 0, true, "warn: please move slow******************************"},
+      {3, 0, true, "warn: please move up******************************"},
+      {4, 0, true, "warn: please move down******************************"},
+      {1, 0, true, "stop - error: NoFeature******************************"},
+      {5, 6, true, "stop - error: WrongDirection******************************"},  // canvas not consulted
+      {6, 0, true, nullptr},
+      {0, 6, false, "stop - warn: LoopStop******************************"},
+      {3, 6, false, "stop - warn: LoopStop******************************"},
+  };
+  for (const auto& c : cases) {
+    log.clear();
+    e.tracker->uiState = c.ui;
+    e.merger->mergeState = c.merge;
+    code = 0;
+    EXPECT_EQ(e.error_condition_check(code), c.pass) << c.ui << "/" << c.merge;
+    EXPECT_EQ(code, WARN_MOVE_SLOPE);
+    if (c.line) {
+      EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, c.line)) << c.line;
+    } else {
+      EXPECT_TRUE(log.lines().empty());
+    }
+  }
+}
+
+TEST_F(Engine, FullCanvasRefusesFramesAndKeepsTheLastCode) {
+  e.merger->mergeState = 6;
+  e.tracker->errCode = ERR_TRACE_TOO_QUICK;
+  zolt::test::LogCapture log;
+  tsPOINT off{11, 22};
+  long key = 5;
+  int dir = 9, len = 9;
+  EXPECT_EQ(e.provideNV21Image_SelectFrame(&frame, &off, &key, &dir, &len), ERR_TRACE_TOO_QUICK);
+  EXPECT_EQ(off.x, 11);
+  EXPECT_EQ(dir, 9);
+  EXPECT_EQ(e.frameCount, 0);
+  EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR,
+                           "provideNV21Image_SelectFrame: error_condition_check returned false \n"));
+  tsRECT rect{1, 2, 3, 4};
+  int progress = -5;
+  EXPECT_EQ(e.provideNV21Image_AddImage(&frame, &rect, &progress), ERR_TRACE_TOO_QUICK);
+  EXPECT_EQ(progress, -5);
+  EXPECT_EQ(rect.right, 3);
+}
+
+TEST_F(Engine, OffsetsAreTruncatedAndTheCrossAxisFollowsTheKeyFrameTrack) {
+  ModuleTrack& t = *e.tracker;
+  t.meanOffX = 10.9 * t.scale;  // tracker units
+  t.meanOffY = -4.6 * t.scale;
+  t.globalCamPoseX = 250.0;
+  t.globalCamPoseY = 3.7;
+  tsPOINT off{};
+  long key = 0;
+  t.bKeyFrame = true;
+  t.moveDir = MOVE_RIGHT;
+  e.GrabInfo_Tracking(&off, &key);
+  EXPECT_EQ(off.x, -10);  // the opposite sign of SelectFrame's x
+  EXPECT_EQ(off.y, 4);
+  EXPECT_EQ(key, 1);
+  t.moveDir = MOVE_NONE;
+  e.GrabInfo_Tracking(&off, &key);
+  EXPECT_EQ(key, 0);  // no key frame before a direction is decided
+}
+
+TEST_F(Engine, ProgressIsSweepLengthOverTheCanvasExtentOnEveryCall) {
+  ModuleTrack& t = *e.tracker;
+  t.progress = 1500;
+  t.bKeyFrame = false;
+  std::vector<uint8_t> canvas(3000 * 720 * 3 / 2);
+  __tag_ZOLT_OFFSCREEN pano{0, 3000, 720, canvas.data(), canvas.data() + 3000 * 720};
+  tsRECT rect{};
+  int progress = 0;
+  t.moveDir = MOVE_RIGHT;
+  e.provideNV21Image_AddImage(&pano, &rect, &progress);
+  EXPECT_EQ(progress, 50);
+  t.moveDir = MOVE_NONE;  // undecided: against the canvas height
+  e.provideNV21Image_AddImage(&pano, &rect, &progress);
+  EXPECT_EQ(progress, 208);
+  EXPECT_EQ(e.mergeFrames, 0);
+}
+
+TEST_F(Engine, ConversionsFollowTheImageRules) {
+  std::vector<uint8_t> nv(1280 * 720 * 3 / 2, 128);
+  cv::Mat bgr;
+  e.convert_NV21Img(nv.data(), bgr);
+  ASSERT_EQ(bgr.size(), cv::Size(1280, 720));
+  EXPECT_EQ(cv::norm(bgr, cv::Mat(720, 1280, CV_8UC3, cv::Scalar(128, 128, 128)), cv::NORM_INF), 0);
+  cv::Mat grey(720, 1280, CV_8UC3, cv::Scalar(60, 60, 60));
+  std::vector<uint8_t> out(nv.size(), 0);
+  e.convert_BGRImg(grey, out.data());
+  EXPECT_EQ(out[0], 60);
+  EXPECT_EQ(out[1280 * 720 - 1], 60);
+  EXPECT_EQ(out[1280 * 720 + 1], 128);  // U of a grey block
+  // A smaller picture lands in the corner with the engine's row stride; a larger one is refused.
+  std::fill(out.begin(), out.end(), 0);
+  cv::Mat corner(4, 6, CV_8UC3, cv::Scalar(200, 200, 200));
+  e.convert_BGRImg(corner, out.data());
+  EXPECT_EQ(out[1280 * 3 + 5], 200);
+  EXPECT_EQ(out[1280 * 3 + 6], 0);
+  EXPECT_NE(out[1280 * 720 + 1280 + 1], 0);
+  zolt::test::LogCapture log;
+  cv::Mat big(721, 1280, CV_8UC3, cv::Scalar(1, 1, 1));
+  e.convert_BGRImg(big, out.data());
+  EXPECT_EQ(log.lines().size(), 1u);
+}

@@ -1,0 +1,212 @@
+// zoltpano track-eval [options]: runs the tracker (vision only) over simulated sweeps and
+// reports how far its accumulated camera position is from the truth at the key frames, whether
+// it fixed the right direction, and which codes it raised.
+#include <android/log.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "sim/sim_error.h"
+#include "sim/sweep_config.h"
+#include "sim/sweep_simulator.h"
+#include "tools/command.h"
+#include "tracker/module_track.h"
+
+namespace zolt::tools {
+namespace {
+
+struct EvalArgs {
+  std::vector<std::string> photos;
+  std::vector<std::string> sizes{"1280x720", "1920x1080"};
+  std::vector<std::string> presets{"steady", "handheld"};
+  std::vector<std::string> directions{"right", "left", "down", "up"};
+  std::string model = "translate";
+  int frames = 0;
+  uint64_t seed = 1;
+  bool perSweep = false;
+};
+
+void quietLogger(const struct __android_logger_data*, const char*) {}
+
+std::vector<std::string> defaultPhotos() {
+  const char* names[] = {"Bridge_by_Sander_Klootwijk.jpg", "Dragonfly_by_Bolly.jpg",
+                         "Kleiber_by_Lukas_Baubkus.jpg", "Picture_0B_by_freespace.jpg",
+                         "aitzgorri_by_Aitzol_Berasategi.jpg", "friends_by_Aitzol_Berasategi.jpg",
+                         "life_by_Aitzol_Berasategi.jpg", "picosdeeuropa_by_Aitzol_Berasategi.jpg",
+                         "seeding_by_Clements_Engelhardt.jpg", "sunset_by_Aitzol_Berasategi.jpg"};
+  std::vector<std::string> out;
+  for (const char* n : names) out.push_back(std::string("/usr/share/backgrounds/") + n);
+  return out;
+}
+
+double percentile(std::vector<double> v, double p) {
+  if (v.empty()) return 0.0;
+  std::sort(v.begin(), v.end());
+  const size_t i = std::min(v.size() - 1, static_cast<size_t>(std::ceil(p * v.size())) - (p > 0));
+  return v[i];
+}
+
+std::string codeName(int c) {
+  switch (c) {
+    case ERR_TRACE_DIRECTION: return "ERR_TRACE_DIRECTION";
+    case ERR_TRACE_NO_FEATURE: return "ERR_TRACE_NO_FEATURE";
+    case ERR_TRACE_TOO_QUICK: return "ERR_TRACE_TOO_QUICK";
+    case ERR_TRACE_DIRECTION_BACK: return "ERR_TRACE_DIRECTION_BACK";
+    case WARN_MOVE_SLOPE: return "WARN_MOVE_SLOPE";
+    case WARN_SHAKE_TOO_BIG: return "WARN_SHAKE_TOO_BIG";
+    case WARN_TRACE_LITTLE_QUICK: return "WARN_TRACE_LITTLE_QUICK";
+    default: {
+      char b[16];
+      std::snprintf(b, sizeof b, "0x%X", c);
+      return b;
+    }
+  }
+}
+
+struct SweepResult {
+  std::vector<double> errors;  // per key frame, full-resolution pixels
+  double lastError = 0.0, sweptLength = 0.0;
+  bool directionRight = false;
+  std::map<int, int> codes;  // code -> frames
+  int frames = 0, keyFrames = 0;
+};
+
+SweepResult runOne(const sim::SweepConfig& cfg) {
+  sim::SweepSimulator simulator(cfg);
+  ModuleTrack tracker(cfg.width, cfg.height);
+  SweepResult r;
+  sim::SimFrame f;
+  double e[3] = {}, rot[9] = {};
+  bool fixed = false;
+  cv::Point2d fix;
+  NV21Img img;
+  while (simulator.next(f)) {
+    __tag_ZOLT_OFFSCREEN buf{0, f.width, f.height, f.nv21.data(),
+                             f.nv21.data() + static_cast<size_t>(f.width) * f.height};
+    img.nvCreate_shared_instance(&buf);
+    tracker.tracking(img, e, rot);
+    ++r.frames;
+    if (tracker.errCode != SUCCESS && tracker.errCode != INFO_TRACE_FIRST_FRAME)
+      ++r.codes[tracker.errCode];
+    if (!fixed && tracker.moveDir != MOVE_NONE) {
+      fixed = true;
+      fix = {f.truth.x, f.truth.y};
+    }
+    if (tracker.moveDir != MOVE_NONE && tracker.bKeyFrame) {
+      ++r.keyFrames;
+      const double ex = tracker.globalCamPoseX + (f.truth.x - fix.x);
+      const double ey = tracker.globalCamPoseY + (f.truth.y - fix.y);
+      r.errors.push_back(std::hypot(ex, ey));
+      r.lastError = r.errors.back();
+      r.sweptLength = cfg.horizontalSweep() ? std::fabs(f.truth.x - fix.x) : std::fabs(f.truth.y - fix.y);
+    }
+    img.freeData_FWBuffer();
+  }
+  r.directionRight = tracker.moveDir == static_cast<int>(cfg.direction);
+  return r;
+}
+
+int runEval(const EvalArgs& a) {
+  __android_log_set_logger(quietLogger);
+  const std::vector<std::string> photos = a.photos.empty() ? defaultPhotos() : a.photos;
+  std::map<std::string, std::vector<double>> errorsBy;  // "preset size" -> errors
+  std::map<std::string, std::map<std::string, int>> codesBy;
+  std::map<std::string, int> sweepsBy, wrongDirBy, errSweepsBy;
+  std::vector<double> rotateRel;
+  for (const std::string& preset : a.presets)
+    for (const std::string& size : a.sizes)
+      for (const std::string& dir : a.directions)
+        for (const std::string& photo : photos) {
+          sim::SweepConfig cfg = sim::SweepConfig::fromPreset(preset);
+          const size_t x = size.find('x');
+          cfg.width = std::stoi(size.substr(0, x));
+          cfg.height = std::stoi(size.substr(x + 1));
+          cfg.direction = sim::parseDirection(dir);
+          cfg.model = sim::parseModel(a.model);
+          cfg.photoPath = photo;
+          cfg.frames = a.frames;
+          cfg.seed = a.seed;
+          SweepResult r;
+          try {
+            r = runOne(cfg);
+          } catch (const sim::SimError& ex) {
+            std::fprintf(stderr, "skip %s %s %s %s: %s\n", preset.c_str(), size.c_str(),
+                         dir.c_str(), photo.c_str(), ex.what());
+            continue;
+          }
+          const std::string key = preset + " " + size;
+          errorsBy[key].insert(errorsBy[key].end(), r.errors.begin(), r.errors.end());
+          ++sweepsBy[key];
+          wrongDirBy[key] += !r.directionRight;
+          bool anyErr = false;
+          for (const auto& [c, n] : r.codes) {
+            codesBy[key][codeName(c)] += n;
+            anyErr |= (c & 0xF000) == 0x7000;
+          }
+          errSweepsBy[key] += anyErr;
+          if (r.sweptLength > 0) rotateRel.push_back(r.lastError / r.sweptLength);
+          if (a.perSweep) {
+            std::ostringstream codes;
+            for (const auto& [c, n] : r.codes) codes << " " << codeName(c) << "x" << n;
+            std::printf("%-9s %-9s %-5s %-40s frames %3d key %3d dir %s median %.2f p95 %.2f "
+                        "last %.2f / %.0f%s\n",
+                        preset.c_str(), size.c_str(), dir.c_str(),
+                        photo.substr(photo.find_last_of('/') + 1).c_str(), r.frames, r.keyFrames,
+                        r.directionRight ? "ok" : "WRONG", percentile(r.errors, 0.5),
+                        percentile(r.errors, 0.95), r.lastError, r.sweptLength,
+                        codes.str().c_str());
+          }
+        }
+  std::printf("\n%-20s %7s %9s %9s %9s %9s  %s\n", "preset size", "sweeps", "median px", "p95 px",
+              "wrong dir", "with ERR_", "codes (frames)");
+  for (const auto& [key, errs] : errorsBy) {
+    std::ostringstream codes;
+    for (const auto& [name, n] : codesBy[key]) codes << name << " " << n << "  ";
+    std::printf("%-20s %7d %9.2f %9.2f %9d %9d  %s\n", key.c_str(), sweepsBy[key],
+                percentile(errs, 0.5), percentile(errs, 0.95), wrongDirBy[key], errSweepsBy[key],
+                codes.str().c_str());
+  }
+  if (a.model == "rotate" && !rotateRel.empty()) {
+    std::printf("last key frame error / swept length: median %.4f, max %.4f\n",
+                percentile(rotateRel, 0.5), percentile(rotateRel, 1.0));
+  }
+  __android_log_set_logger(__android_log_stderr_logger);
+  return kExitOk;
+}
+
+Command setupTrackEval(CLI::App& program) {
+  auto args = std::make_shared<EvalArgs>();
+  CLI::App* app = program.add_subcommand(
+      "track-eval", "Run the tracker over simulated sweeps and compare it with the truth");
+  app->add_option("--photos", args->photos, "Photos (default: ten of /usr/share/backgrounds)")
+      ->delimiter(',');
+  app->add_option("--sizes", args->sizes, "Frame sizes")->delimiter(',')->capture_default_str();
+  app->add_option("--presets", args->presets, "Presets")->delimiter(',')->capture_default_str();
+  app->add_option("--directions", args->directions, "Directions")
+      ->delimiter(',')
+      ->capture_default_str();
+  app->add_option("-m,--model", args->model, "translate or rotate")->capture_default_str();
+  app->add_option("-n,--frames", args->frames, "Frames per sweep (0: as many as fit)");
+  app->add_option("--seed", args->seed, "Random seed")->capture_default_str();
+  app->add_flag("--per-sweep", args->perSweep, "One line per sweep");
+  return {app, [args] {
+            try {
+              return runEval(*args);
+            } catch (const sim::SimError& e) {
+              printError("track-eval", e.what());
+              return static_cast<int>(kExitUsage);
+            }
+          }};
+}
+
+const CommandRegistration kRegisterTrackEval(setupTrackEval);
+
+}  // namespace
+}  // namespace zolt::tools
