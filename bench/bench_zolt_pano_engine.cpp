@@ -1,0 +1,116 @@
+// The engine end to end through its C interface, as a camera app drives it.
+// Run with --benchmark_repetitions=5 --benchmark_report_aggregates_only=true for medians.
+#include <benchmark/benchmark.h>
+
+#include <memory>
+#include <vector>
+
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "image/nv21_img.h"
+#include "sim/sweep_simulator.h"
+#include "zolt_pano.h"
+
+namespace {
+
+// Textured everywhere, so that no frame is cheap for lack of features.
+const char* kPhoto = "/usr/share/backgrounds/picosdeeuropa_by_Aitzol_Berasategi.jpg";
+
+// A 300-frame handheld 1920 x 1080 sweep, rendered once and kept in memory.
+struct Sweep {
+  int w = 1920, h = 1080;
+  std::vector<std::vector<uint8_t>> frames;
+};
+
+const Sweep& sweep() {
+  static const std::unique_ptr<Sweep> s = [] {
+    auto out = std::make_unique<Sweep>();
+    auto cfg = zolt::sim::SweepConfig::fromPreset("handheld");
+    cfg.photoPath = kPhoto;
+    cfg.width = out->w;
+    cfg.height = out->h;
+    cfg.frames = 300;
+    cfg.speed = 0.006;      // 11.5 px a frame: 300 frames fit the photo scaled up twice
+    cfg.photoScale = 2.0;
+    zolt::sim::SweepSimulator sim(cfg);
+    zolt::sim::SimFrame f;
+    while (sim.next(f)) out->frames.push_back(std::move(f.nv21));
+    return out;
+  }();
+  return *s;
+}
+
+// Frames per second through SelectFrames and AddImage; the counter is per whole sweep.
+void BM_WholeSweep(benchmark::State& state) {
+  const Sweep& s = sweep();
+  const int cw = s.w * 5, ch = s.h;
+  std::vector<uint8_t> canvas(static_cast<size_t>(cw) * ch * 3 / 2);
+  int keyFrames = 0, failed = 0;
+  for (auto _ : state) {
+    tag_ZOLT_PANO_INIT_PARAM p{};
+    p.previewWidth = s.w;
+    p.previewHeight = s.h;
+    void* engine = nullptr;
+    ZOLT_PANO_Initial(&p, &engine);
+    __tag_ZOLT_OFFSCREEN pano{0, cw, ch, canvas.data(), canvas.data() + static_cast<size_t>(cw) * ch};
+    keyFrames = failed = 0;
+    for (const auto& bytes : s.frames) {
+      auto* y = const_cast<uint8_t*>(bytes.data());
+      __tag_ZOLT_OFFSCREEN frame{0, s.w, s.h, y, y + static_cast<size_t>(s.w) * s.h};
+      tsPOINT off;
+      long key = 0;
+      int dir, len, progress;
+      tsRECT valid;
+      const int code = ZOLT_PANO_SelectFrames(engine, nullptr, nullptr, &frame, nullptr, &off, &key,
+                                              nullptr, &dir, &len);
+      failed += code >= 0x7000 && code < 0x8000;
+      ZOLT_PANO_AddImage(engine, nullptr, nullptr, nullptr, nullptr, &pano, &valid, nullptr, &progress);
+      keyFrames += key == 1;
+    }
+    ZOLT_PANO_Release(&engine);
+  }
+  state.counters["frames/s"] = benchmark::Counter(
+      static_cast<double>(s.frames.size()) * state.iterations(), benchmark::Counter::kIsRate);
+  state.counters["key frames"] = keyFrames;
+  state.counters["ERR frames"] = failed;
+}
+BENCHMARK(BM_WholeSweep)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
+
+// The two halves of saving an 8000 x 1080 panorama: the conversion of the canvas to BGR and
+// the JPEG encoding.
+cv::Mat& canvasBgrSource() {
+  static cv::Mat bgr = [] {
+    cv::Mat photo = cv::imread(kPhoto);
+    cv::Mat c;
+    cv::resize(photo(cv::Rect(0, 0, 3264, 441)), c, cv::Size(8000, 1080));
+    return c;
+  }();
+  return bgr;
+}
+
+void BM_SaveConvert(benchmark::State& state) {
+  NV21Img canvas;
+  canvas.nvCvt2NV21(canvasBgrSource());
+  for (auto _ : state) benchmark::DoNotOptimize(canvas.nvCvt2BGR(0, 0, 8000, 1080).data);
+  canvas.freeData();
+}
+BENCHMARK(BM_SaveConvert)->Unit(benchmark::kMillisecond);
+
+void BM_SaveJpegEncode(benchmark::State& state) {
+  const cv::Mat& bgr = canvasBgrSource();
+  std::vector<uchar> jpeg;
+  for (auto _ : state) cv::imencode(".jpg", bgr, jpeg);
+  state.counters["MB"] = static_cast<double>(jpeg.size()) / 1e6;
+}
+BENCHMARK(BM_SaveJpegEncode)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  cv::setNumThreads(1);
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  return 0;
+}

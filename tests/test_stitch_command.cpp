@@ -1,0 +1,281 @@
+// zoltpano stitch's pieces: frame sources (videos, image folders, sweeps; small and changing
+// frame sizes) and whole sweeps through the C interface with their outputs and fallbacks.
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/videoio.hpp>
+
+#include "sim/sweep_simulator.h"
+#include "sim/sweep_writer.h"
+#include "tools/frame_source.h"
+#include "tools/stitch_session.h"
+
+namespace fs = std::filesystem;
+using zolt::tools::FrameSource;
+using zolt::tools::InputError;
+using zolt::tools::SourceOptions;
+using zolt::tools::StitchError;
+using zolt::tools::StitchOptions;
+
+namespace {
+
+const char* kPhoto = "/usr/share/backgrounds/picosdeeuropa_by_Aitzol_Berasategi.jpg";
+
+std::string freshDir(const std::string& name) {
+  const fs::path d = fs::path(testing::TempDir()) / ("zolt_stitch_" + name);
+  fs::remove_all(d);
+  fs::create_directories(d);
+  return d.string();
+}
+
+cv::Mat texture(int w, int h, int seed) {
+  cv::Mat m(h, w, CV_8UC3);
+  cv::RNG rng(seed);
+  rng.fill(m, cv::RNG::UNIFORM, 0, 255);
+  cv::GaussianBlur(m, m, cv::Size(5, 5), 1.5);
+  return m;
+}
+
+std::string errorOf(const std::string& path, const SourceOptions& opt = {}) {
+  try {
+    std::unique_ptr<FrameSource> s = FrameSource::open(path, opt);
+    std::vector<uint8_t> f;
+    while (s->next(f)) {
+    }
+  } catch (const InputError& e) {
+    return e.what();
+  }
+  return "";
+}
+
+// A 20-frame 1280 x 720 steady sweep written once per test process (ctest runs the cases as
+// parallel processes, hence the process id).
+const std::string& sweepDir() {
+  static const std::string dir = [] {
+    static std::string root;
+    root = freshDir("sweep" + std::to_string(::getpid()));
+    std::atexit([] { fs::remove_all(root); });
+    const std::string d = root + "/s";
+    auto cfg = zolt::sim::SweepConfig::fromPreset("steady");
+    cfg.photoPath = kPhoto;
+    cfg.width = 1280;
+    cfg.height = 720;
+    cfg.frames = 20;
+    zolt::sim::SweepSimulator sim(cfg);
+    zolt::sim::SweepWriter::write(sim, d);
+    return d;
+  }();
+  return dir;
+}
+
+}  // namespace
+
+TEST(StitchFrameSource, UpscaledSizeIsTheSmallestEvenSizeAbove640WithTheAspect) {
+  int w = 0, h = 0;
+  zolt::tools::upscaledSize(640, 480, w, h);
+  EXPECT_EQ(w, 856);
+  EXPECT_EQ(h, 642);
+  zolt::tools::upscaledSize(480, 640, w, h);
+  EXPECT_EQ(w, 642);
+  EXPECT_EQ(h, 856);
+  zolt::tools::upscaledSize(1280, 640, w, h);
+  EXPECT_EQ(w, 1284);
+  EXPECT_EQ(h, 642);
+  zolt::tools::upscaledSize(641, 700, w, h);
+  EXPECT_EQ(w, 642);
+  EXPECT_EQ(h, 702);
+}
+
+TEST(StitchFrameSource, ImageFolderInNameOrderWithRangeAndUpscale) {
+  const std::string dir = freshDir("small");
+  // Written out of name order; the pictures differ so that the order shows in the frames.
+  for (int i : {2, 0, 1}) cv::imwrite(dir + "/img" + std::to_string(i) + ".png", texture(320, 240, i));
+  std::ofstream(dir + "/notes.txt") << "not an image";
+
+  EXPECT_NE(errorOf(dir).find("frames are 320x240: the engine needs both sides above 640"),
+            std::string::npos)
+      << errorOf(dir);
+
+  SourceOptions opt;
+  opt.upscale = true;
+  opt.first = 1;
+  opt.count = 5;
+  auto src = FrameSource::open(dir, opt);
+  EXPECT_EQ(src->kind(), "images");
+  EXPECT_EQ(src->width(), 856);
+  EXPECT_EQ(src->height(), 642);
+  EXPECT_EQ(src->expectedFrames(), 2);
+  std::vector<uint8_t> f;
+  std::vector<int> indices;
+  std::vector<double> means;
+  for (;;) {
+    const int k = src->nextIndex();
+    if (!src->next(f)) break;
+    indices.push_back(k);
+    ASSERT_EQ(f.size(), 856u * 642u * 3 / 2);
+    means.push_back(cv::mean(cv::Mat(642, 856, CV_8UC1, f.data()))[0]);
+  }
+  EXPECT_EQ(indices, (std::vector<int>{1, 2}));
+  // Frame 1 is img1.png: its luma matches a direct conversion of that picture.
+  cv::Mat up, grey;
+  cv::resize(texture(320, 240, 1), up, cv::Size(856, 642), 0, 0, cv::INTER_CUBIC);
+  cv::cvtColor(up, grey, cv::COLOR_BGR2GRAY);
+  EXPECT_NEAR(means[0], cv::mean(grey)[0], 1.5);
+}
+
+TEST(StitchFrameSource, RefusesMissingUnreadableAndChangingInput) {
+  EXPECT_EQ(errorOf("/nonexistent/input.mp4"), "input '/nonexistent/input.mp4' does not exist");
+  const std::string dir = freshDir("bad");
+  std::ofstream(dir + "/clip.mp4") << "this is no video";
+  EXPECT_EQ(errorOf(dir + "/clip.mp4"),
+            "cannot open '" + dir + "/clip.mp4' as a video (unsupported format or codec)");
+  EXPECT_EQ(errorOf(freshDir("empty")), "'" + freshDir("empty") + "' holds no image files");
+
+  cv::imwrite(dir + "/a.png", texture(1280, 720, 1));
+  cv::imwrite(dir + "/b.png", texture(1282, 720, 2));
+  EXPECT_EQ(errorOf(dir), "'" + dir + "/b.png' is 1282x720, the first image was 1280x720: the "
+                          "frame size changed mid-stream");
+  std::ofstream(dir + "/c.png") << "broken";
+  SourceOptions skip;
+  skip.first = 2;
+  EXPECT_EQ(errorOf(dir, skip), "cannot read image '" + dir + "/c.png'");
+}
+
+TEST(StitchFrameSource, VideoFramesArriveAsNv21OfEvenSize) {
+  const std::string path = freshDir("video") + "/clip.avi";
+  {
+    cv::VideoWriter w(path, cv::CAP_FFMPEG, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), 25,
+                      cv::Size(1281, 721));
+    ASSERT_TRUE(w.isOpened());
+    for (int i = 0; i < 3; ++i) w.write(texture(1281, 721, i));
+  }
+  auto src = FrameSource::open(path, {});
+  EXPECT_EQ(src->kind(), "video");
+  EXPECT_EQ(src->width(), 1280);
+  EXPECT_EQ(src->height(), 720);
+  EXPECT_NEAR(src->fps(), 25.0, 0.01);
+  std::vector<uint8_t> f;
+  int n = 0;
+  while (src->next(f)) {
+    ASSERT_EQ(f.size(), 1280u * 720u * 3 / 2);
+    ++n;
+  }
+  EXPECT_EQ(n, 3);
+}
+
+TEST(StitchSession, SteadySweepWritesPanoramaCsvAndReport) {
+  const std::string out = freshDir("out") + "/pano";
+  auto src = FrameSource::open(sweepDir(), {});
+  EXPECT_EQ(src->kind(), "sweep");
+  StitchOptions opt;
+  opt.name = out;
+  opt.hints = false;
+  zolt::tools::StitchResult r;
+  zolt::tools::stitch(*src, opt, r);
+
+  EXPECT_EQ(r.panoramaPath, out + ".jpg");
+  EXPECT_TRUE(r.outputProblem.empty());
+  EXPECT_EQ(r.direction, MOVE_RIGHT);
+  EXPECT_EQ(r.canvasWidth, 6 * 1280);
+  EXPECT_EQ(r.canvasHeight, 720);
+  ASSERT_GE(r.keyFrames.size(), 5u);
+  cv::Mat pano = cv::imread(out + ".jpg");
+  ASSERT_FALSE(pano.empty());
+  EXPECT_EQ(pano.cols, r.validRect.right - r.validRect.left);
+  // Key frames advance along the sweep; the last one ends where the panorama ends.
+  for (size_t i = 1; i < r.keyFrames.size(); ++i)
+    EXPECT_GT(r.keyFrames[i].canvas.x, r.keyFrames[i - 1].canvas.x);
+  EXPECT_EQ(r.keyFrames.front().canvas.x, 0);
+  EXPECT_EQ(r.keyFrames.back().canvas.br().x - r.validRect.left, pano.cols);
+
+  std::ifstream csv(out + ".csv");
+  std::string line;
+  std::getline(csv, line);
+  EXPECT_EQ(line, "frame,offset_x,offset_y,key_frame,direction,code,sweep_length,progress,"
+                  "select_ms,add_ms");
+  int rows = 0, keys = 0;
+  while (std::getline(csv, line)) {
+    ++rows;
+    int frame, ox, oy, key;
+    ASSERT_EQ(std::sscanf(line.c_str(), "%d,%d,%d,%d", &frame, &ox, &oy, &key), 4) << line;
+    keys += key;
+  }
+  EXPECT_EQ(rows, 20);
+  EXPECT_GE(keys, static_cast<int>(r.keyFrames.size()));
+  cv::Mat report = cv::imread(out + "_report.png");
+  EXPECT_EQ(report.cols, 1600);
+  EXPECT_GT(report.rows, 420);
+}
+
+TEST(StitchSession, UnwritableNameFallsBackToTheCurrentDirectory) {
+  const std::string cwd = freshDir("cwd");
+  const fs::path before = fs::current_path();
+  fs::current_path(cwd);
+  StitchOptions opt;
+  opt.name = "/nonexistent-dir/sub/pano";
+  opt.hints = false;
+  SourceOptions range;
+  range.count = 12;
+  auto src = FrameSource::open(sweepDir(), range);
+  zolt::tools::StitchResult r;
+  zolt::tools::stitch(*src, opt, r);
+  fs::current_path(before);
+  EXPECT_EQ(r.outputProblem,
+            "cannot write '/nonexistent-dir/sub/pano.jpg': directory '/nonexistent-dir/sub' does "
+            "not exist");
+  EXPECT_EQ(r.panoramaPath, cwd + "/pano.jpg");
+  EXPECT_FALSE(cv::imread(cwd + "/pano.jpg").empty());
+  EXPECT_TRUE(fs::exists(cwd + "/pano.csv"));
+  EXPECT_EQ(r.frames.size(), 12u);
+}
+
+TEST(StitchSession, CanvasThatDoesNotSuitTheSweepAxisIsRefused) {
+  auto src = FrameSource::open(sweepDir(), {});
+  StitchOptions opt;
+  opt.name = freshDir("canvas") + "/pano";
+  opt.hints = false;
+  opt.canvasWidth = 1280;
+  opt.canvasHeight = 4000;
+  try {
+    zolt::tools::StitchResult r;
+    zolt::tools::stitch(*src, opt, r);
+    FAIL() << "accepted a vertical canvas for a horizontal sweep";
+  } catch (const StitchError& e) {
+    EXPECT_STREQ(e.what(), "canvas 1280x4000 does not suit a horizontal sweep of 1280x720 "
+                           "frames: it must be as high as a frame and wider");
+  }
+}
+
+TEST(StitchSession, FrameSizeChangingMidStreamKeepsThePanoramaSoFar) {
+  // The sweep's first frames as pictures, then one of another size.
+  const std::string dir = freshDir("changing");
+  {
+    auto sweep = FrameSource::open(sweepDir(), {});
+    std::vector<uint8_t> f;
+    for (int i = 0; i < 10 && sweep->next(f); ++i) {
+      cv::Mat bgr;
+      cv::cvtColor(cv::Mat(720 * 3 / 2, 1280, CV_8UC1, f.data()), bgr, cv::COLOR_YUV2BGR_NV21);
+      cv::imwrite(dir + "/f" + std::to_string(10 + i) + ".png", bgr);
+    }
+    cv::imwrite(dir + "/f99.png", texture(1282, 720, 3));
+  }
+  StitchOptions opt;
+  opt.name = freshDir("changing_out") + "/pano";
+  opt.hints = false;
+  auto src = FrameSource::open(dir, {});
+  zolt::tools::StitchResult r;
+  zolt::tools::stitch(*src, opt, r);
+  EXPECT_EQ(r.inputProblem, "'" + dir + "/f99.png' is 1282x720, the first image was 1280x720: "
+                            "the frame size changed mid-stream");
+  EXPECT_EQ(r.frames.size(), 10u);
+  EXPECT_EQ(r.direction, MOVE_RIGHT);
+  EXPECT_EQ(r.panoramaPath, opt.name + ".jpg");
+  EXPECT_GT(cv::imread(r.panoramaPath).cols, 1280);
+}

@@ -1,0 +1,74 @@
+// Where zoltpano stitch takes its frames from: a video file, a simulated sweep directory or a
+// folder of images. Every source hands out packed NV21 frames (width * height Y bytes, then
+// width * height / 2 bytes of V, U pairs), as a phone's preview would.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+namespace zolt::tools {
+
+// A one-line description of what is wrong with the input.
+struct InputError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+struct SourceOptions {
+  int first = 0;         // frames skipped at the start
+  int count = 0;         // frames delivered at most; 0: all
+  bool upscale = false;  // scale frames with a side of 640 or less up to the smallest size
+                         // the engine accepts, keeping the aspect ratio
+  double fps = 30.0;     // frame rate of an image folder (videos and sweeps carry their own)
+};
+
+class FrameSource {
+ public:
+  virtual ~FrameSource() = default;
+  // Frame size as delivered (after upscaling and cropping to even sides).
+  int width() const { return width_; }
+  int height() const { return height_; }
+  double fps() const { return fps_; }
+  // Frames the source will deliver, after the range is applied; -1 when unknown (videos whose
+  // container does not say).
+  int expectedFrames() const { return expected_; }
+  const std::string& kind() const { return kind_; }
+  // Index in the input of the next frame next() delivers.
+  int nextIndex() const { return next_ > opt_.first ? next_ : opt_.first; }
+  // Fills nv21 with the next frame; false at the end. Throws InputError when a frame cannot be
+  // read or its size differs from the first one.
+  bool next(std::vector<uint8_t>& nv21);
+
+  // Opens `path` by what it is: a directory with meta.json and frames.nv21 is a sweep, another
+  // directory a folder of images, anything else a video. Throws InputError.
+  static std::unique_ptr<FrameSource> open(const std::string& path, const SourceOptions& opt);
+
+ protected:
+  explicit FrameSource(SourceOptions opt) : opt_(opt) {}
+  // Reads input frame `index` (in order) as BGR or NV21; false at the end of the input.
+  virtual bool readFrame(int index, std::vector<uint8_t>& nv21) = 0;
+  // Sets the delivered size from the input's native size; refuses small frames without
+  // --upscale.
+  void setNativeSize(int w, int h);
+  // Converts a BGR picture of the native size to a delivered NV21 frame.
+  void deliverBgr(const cv::Mat& bgr, std::vector<uint8_t>& nv21) const;
+
+  SourceOptions opt_;
+  std::string kind_;
+  int nativeW_ = 0, nativeH_ = 0;
+  int width_ = 0, height_ = 0;
+  double fps_ = 30.0;
+  int expected_ = -1;
+  int next_ = 0;
+  int delivered_ = 0;
+  bool started_ = false;
+};
+
+// Smallest width x height above 640 on both sides, even, with the aspect ratio of w x h.
+void upscaledSize(int w, int h, int& outW, int& outH);
+
+}  // namespace zolt::tools

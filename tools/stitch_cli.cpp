@@ -1,0 +1,95 @@
+#include "tools/stitch_cli.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <new>
+
+#include "tools/command.h"
+
+namespace zolt::tools {
+
+void addStitchCliOptions(CLI::App* app, StitchCliArgs& a) {
+  app->add_option("--canvas", a.canvas,
+                  "canvas WxH (default: 6 times the frame's longer side along the sweep, the "
+                  "frame's size across)");
+  app->add_option("--board-platform", a.boardPlatform, "value of ro.board.platform for the engine");
+  app->add_option("--first", a.first, "skip this many frames at the start")->check(CLI::NonNegativeNumber);
+  app->add_option("--count", a.count, "stitch at most this many frames (0: all)")
+      ->check(CLI::NonNegativeNumber);
+  app->add_option("--fps", a.fps, "frame rate of a folder of images")->check(CLI::PositiveNumber);
+  app->add_flag("--upscale", a.upscale, "scale frames with a side of 640 or less up to the smallest size the engine takes");
+  app->add_flag("-q,--quiet", a.quiet, "no hints, progress or summary");
+  app->add_flag("--no-progress", a.noProgress, "no progress bar even on a terminal");
+  app->add_flag("--engine-log", a.engineLog, "show the engine's log lines on stderr");
+}
+
+int applyStitchCli(const StitchCliArgs& a, const std::string& command, const std::string& name,
+                   StitchOptions& opt, SourceOptions& src) {
+  opt.name = name;
+  if (name.empty()) {
+    printError(command, "the output name is empty");
+    return kExitUsage;
+  }
+  if (!a.canvas.empty()) {
+    int w = 0, h = 0;
+    char tail = 0;
+    if (std::sscanf(a.canvas.c_str(), "%dx%d%c", &w, &h, &tail) != 2 || w <= 640 || h <= 640 ||
+        (w & 1) || (h & 1)) {
+      printError(command, "bad canvas size '" + a.canvas +
+                              "' (expected WIDTHxHEIGHT, even, both sides above 640)");
+      return kExitUsage;
+    }
+    opt.canvasWidth = w;
+    opt.canvasHeight = h;
+  }
+  opt.boardPlatform = a.boardPlatform;
+  opt.hints = !a.quiet;
+  opt.progressBar = !a.quiet && !a.noProgress && ::isatty(STDERR_FILENO);
+  opt.engineLog = a.engineLog;
+  src.first = a.first;
+  src.count = a.count;
+  src.fps = a.fps;
+  src.upscale = a.upscale;
+  return kExitOk;
+}
+
+int runStitchReporting(const std::string& command, const std::string& input,
+                       const SourceOptions& src, const StitchOptions& opt, StitchResult& r) {
+  try {
+    std::unique_ptr<FrameSource> source = FrameSource::open(input, src);
+    stitch(*source, opt, r);
+  } catch (const InputError& e) {
+    printError(command, e.what());
+    return kExitFailure;
+  } catch (const StitchError& e) {
+    printError(command, e.what());
+    return kExitFailure;
+  } catch (const cv::Exception& e) {
+    printError(command, std::string("image processing failed: ") + e.what());
+    return kExitFailure;
+  } catch (const std::bad_alloc&) {
+    printError(command, "out of memory");
+    return kExitFailure;
+  }
+  std::string problem = r.inputProblem;
+  if (!r.outputProblem.empty()) problem += (problem.empty() ? "" : "; ") + r.outputProblem;
+  if (!problem.empty()) {
+    const std::string where = r.inputProblem.empty() ? "the panorama" : "the panorama so far";
+    printError(command, problem + "; " + where + " is in '" + r.panoramaPath + "'");
+    return kExitFailure;
+  }
+  return kExitOk;
+}
+
+std::string directionName(int d) {
+  switch (d) {
+    case MOVE_RIGHT: return "right";
+    case MOVE_LEFT: return "left";
+    case MOVE_DOWN: return "down";
+    case MOVE_UP: return "up";
+    default: return "no";
+  }
+}
+
+}  // namespace zolt::tools

@@ -1,0 +1,37 @@
+// Command-line options and error reporting shared by zoltpano stitch and zoltpano evaluate.
+#pragma once
+
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/frame_source.h"
+#include "tools/stitch_session.h"
+
+namespace zolt::tools {
+
+struct StitchCliArgs {
+  std::string canvas;  // WxH, empty: default
+  std::string boardPlatform;
+  int first = 0;
+  int count = 0;
+  double fps = 30.0;
+  bool upscale = false;
+  bool quiet = false;
+  bool noProgress = false;
+  bool engineLog = false;
+};
+
+void addStitchCliOptions(CLI::App* app, StitchCliArgs& a);
+// Fills the session and source options; prints the problem and returns kExitUsage on a bad
+// value.
+int applyStitchCli(const StitchCliArgs& a, const std::string& command, const std::string& name,
+                   StitchOptions& opt, SourceOptions& src);
+// Opens the input and stitches. Every failure is printed as one line and gives a non-zero
+// status; a panorama that could only be written to a fallback is named in that line.
+int runStitchReporting(const std::string& command, const std::string& input,
+                       const SourceOptions& src, const StitchOptions& opt, StitchResult& r);
+
+std::string directionName(int d);
+
+}  // namespace zolt::tools

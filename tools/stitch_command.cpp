@@ -1,0 +1,53 @@
+// zoltpano stitch INPUT -o NAME: a panorama from a video, a simulated sweep or a folder of
+// images, made through the engine's public C interface (see docs/stitching.md).
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+
+#include <opencv2/core.hpp>
+
+#include "tools/command.h"
+#include "tools/frame_source.h"
+#include "tools/stitch_cli.h"
+#include "tools/stitch_session.h"
+
+namespace zolt::tools {
+namespace {
+
+struct StitchArgs {
+  std::string input;
+  std::string name;
+  StitchCliArgs common;
+};
+
+int runStitch(StitchArgs& a) {
+  StitchOptions opt;
+  SourceOptions src;
+  if (int rc = applyStitchCli(a.common, "stitch", a.name, opt, src); rc != kExitOk) return rc;
+  StitchResult r;
+  const int rc = runStitchReporting("stitch", a.input, src, opt, r);
+  if (rc != kExitOk && r.panoramaPath.empty()) return rc;
+  if (!a.common.quiet)
+    std::printf("%s: %zu frames, %zu key frames, %s sweep, panorama %dx%d in %s (%.1f frames/s)\n",
+                a.input.c_str(), r.frames.size(), r.keyFrames.size(),
+                directionName(r.direction).c_str(), r.panorama.cols, r.panorama.rows,
+                r.panoramaPath.c_str(),
+                r.frames.size() * 1000.0 / std::max(1e-3, r.selectMs + r.addMs));
+  return rc;
+}
+
+CommandRegistration registration([](CLI::App& program) {
+  auto args = std::make_shared<StitchArgs>();
+  CLI::App* app = program.add_subcommand(
+      "stitch", "Stitch a video, a simulated sweep or a folder of images into NAME.jpg");
+  app->add_option("INPUT", args->input, "video file, sweep directory or folder of images")
+      ->required();
+  app->add_option("-o,--out", args->name, "output name: writes NAME.jpg, NAME.csv, NAME_report.png")
+      ->required();
+  addStitchCliOptions(app, args->common);
+  return Command{app, [args] { return runStitch(*args); }};
+});
+
+}  // namespace
+}  // namespace zolt::tools

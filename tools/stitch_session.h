@@ -1,0 +1,89 @@
+// One sweep through the engine's public C interface, as a camera app drives it: Initial; per
+// frame SelectFrames then AddImage into a canvas this session owns; SaveImage; Release. Shared
+// by zoltpano stitch and zoltpano evaluate.
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+#include "api/zolt_pano.h"
+#include "tools/frame_source.h"
+
+namespace zolt::tools {
+
+// A failure of the stitching itself (engine refused the size, canvas does not suit the sweep,
+// no panorama came out). The message is one line.
+struct StitchError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+struct StitchOptions {
+  std::string name;            // output base: NAME.jpg, NAME.csv, NAME_report.png
+  int canvasWidth = 0;         // both 0: the default canvas (see defaultCanvas)
+  int canvasHeight = 0;
+  std::string boardPlatform;   // empty: leave ro.board.platform alone
+  bool progressBar = false;    // redraw a bar on stderr
+  bool hints = true;           // print result codes as user hints when they change
+  bool engineLog = false;      // let the engine's log lines through to stderr
+};
+
+// What one frame did, as the C interface reported it.
+struct FrameRecord {
+  int frame = 0;  // index in the input
+  tsPOINT offset{0, 0};
+  bool keyFrame = false;
+  int direction = MOVE_NONE;
+  int code = SUCCESS;
+  int sweepLength = 0;
+  int progress = 0;
+  double selectMs = 0.0;
+  double addMs = 0.0;
+};
+
+// A key frame the merger placed, in canvas pixels.
+struct PlacedKeyFrame {
+  int frame = 0;
+  cv::Rect canvas;
+};
+
+struct StitchResult {
+  int frameWidth = 0, frameHeight = 0;
+  int canvasWidth = 0, canvasHeight = 0;  // 0 when no direction was ever fixed
+  int direction = MOVE_NONE;
+  double fps = 0.0;
+  std::vector<FrameRecord> frames;
+  std::vector<PlacedKeyFrame> keyFrames;
+  bool haveRect = false;
+  tsRECT validRect{0, 0, 0, 0};  // canvas pixels, right and bottom exclusive
+  std::vector<int> codesSeen;    // distinct result codes in order of first appearance
+  // Stage times, ms of wall clock.
+  double initMs = 0, selectMs = 0, addMs = 0, saveMs = 0, releaseMs = 0, readMs = 0;
+  // Outputs; the base actually used differs from the requested name after a fallback.
+  std::string outputBase;
+  std::string panoramaPath;  // empty when no panorama was written
+  std::string csvPath, reportPath;
+  std::string outputProblem;  // why the requested name could not be used; empty when it was
+  std::string inputProblem;   // a frame that could not be read after others were stitched
+  cv::Mat panorama;           // the JPEG as written, BGR
+};
+
+// Canvas for frames of w x h once the sweep axis is known: 6 times the frame's longer side
+// along the sweep, the frame's own size across it.
+cv::Size defaultCanvas(int w, int h, bool horizontal);
+
+// Text a user sees for a result code ("" for SUCCESS).
+std::string hintFor(int code);
+
+// Runs the sweep into r (which it resets) and writes NAME.jpg (with the fallback), NAME.csv and
+// NAME_report.png. Throws InputError for unreadable input, StitchError for the rest; r then
+// holds what was done up to the failure.
+void stitch(FrameSource& source, const StitchOptions& opt, StitchResult& r);
+
+// Panorama pixel of a key frame's top-left corner (canvas position minus the valid rectangle's).
+cv::Point panoramaOrigin(const StitchResult& r);
+
+}  // namespace zolt::tools
