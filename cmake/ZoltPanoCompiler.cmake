@@ -26,9 +26,14 @@ if(ZOLTPANO_SANITIZE)
   target_compile_definitions(zoltpano_options INTERFACE ZOLTPANO_CHECKS)
 endif()
 
-# 32-bit ARM: NEON, and half floats in IEEE format, which Highway's NEON target needs.
-if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|armv7|armv7-a|armeabi-v7a)" AND NOT ANDROID)
-  target_compile_options(zoltpano_options INTERFACE -mfp16-format=ieee)
+# 32-bit ARM: NEON, and (GCC) half floats in IEEE format, which Highway's NEON target needs for
+# its float16_t; Clang, the NDK's compiler, always uses the IEEE format and rejects the option.
+# On Linux NEON comes from the toolchain file's flags (cmake/toolchain-armhf.cmake:
+# -mfpu=neon-vfpv4). GCC's notes that passing 64-bit aggregates changed in GCC 7.1 matter only
+# when mixing objects from older compilers.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|armv7.*|armhf)$" AND NOT ANDROID)
+  target_compile_options(zoltpano_options INTERFACE
+    $<$<CXX_COMPILER_ID:GNU>:-mfp16-format=ieee> $<$<CXX_COMPILER_ID:GNU>:-Wno-psabi>)
 elseif(ANDROID AND ANDROID_ABI STREQUAL "armeabi-v7a")
-  target_compile_options(zoltpano_options INTERFACE -mfpu=neon -mfp16-format=ieee)
+  target_compile_options(zoltpano_options INTERFACE -mfpu=neon)
 endif()

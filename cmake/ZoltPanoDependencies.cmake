@@ -12,6 +12,8 @@ find_package(hwy CONFIG QUIET)
 add_library(zoltpano::hwy INTERFACE IMPORTED)
 if(TARGET hwy::hwy)
   target_link_libraries(zoltpano::hwy INTERFACE hwy::hwy)
+elseif(ANDROID)
+  message(FATAL_ERROR "Highway built for the NDK not found: pass -Dhwy_DIR=<prefix>/lib/cmake/hwy")
 else()
   find_package(PkgConfig REQUIRED)
   pkg_check_modules(ZP_HWY REQUIRED IMPORTED_TARGET libhwy)
@@ -29,10 +31,24 @@ else()
   find_library(ZP_LOG_LIB log PATH_SUFFIXES android REQUIRED)
   target_include_directories(zoltpano::log INTERFACE ${ZP_ANDROID_INCLUDE})
   target_link_libraries(zoltpano::log INTERFACE ${ZP_LOG_LIB})
-  # liblog lives in a private folder; let the binaries find it without LD_LIBRARY_PATH.
+  # liblog lives in a private folder; let the binaries find it without LD_LIBRARY_PATH. A cross
+  # build installs with the folder as the target sees it (without the sysroot); its build tree
+  # names the sysroot's copy as well, for qemu-arm, which does not map the loader's directory
+  # checks into its -L prefix.
   get_filename_component(_zp_log_dir "${ZP_LOG_LIB}" DIRECTORY)
-  list(APPEND CMAKE_BUILD_RPATH "${_zp_log_dir}")
-  list(APPEND CMAKE_INSTALL_RPATH "${_zp_log_dir}")
+  set(_zp_log_target_dir "${_zp_log_dir}")
+  if(CMAKE_SYSROOT)
+    string(LENGTH "${CMAKE_SYSROOT}" _zp_len)
+    string(FIND "${_zp_log_dir}" "${CMAKE_SYSROOT}/" _zp_at)
+    if(_zp_at EQUAL 0)
+      string(SUBSTRING "${_zp_log_dir}" ${_zp_len} -1 _zp_log_target_dir)
+    endif()
+  endif()
+  list(APPEND CMAKE_BUILD_RPATH "${_zp_log_target_dir}")
+  if(NOT _zp_log_target_dir STREQUAL _zp_log_dir)
+    list(APPEND CMAKE_BUILD_RPATH "${_zp_log_dir}")
+  endif()
+  list(APPEND CMAKE_INSTALL_RPATH "${_zp_log_target_dir}")
 endif()
 
 # The tuned variants some vendor OpenCV builds carry with the standard signatures. Debian's

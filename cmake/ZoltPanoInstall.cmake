@@ -20,6 +20,19 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ZoltPanoConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/ZoltPanoConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/ZoltPano)
 
-configure_file(cmake/zoltpano.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zoltpano.pc @ONLY)
+# The pkg-config file names the prefix given at install time (cmake --install --prefix), which
+# may differ from the one configured: everything else is filled in now, the prefix when
+# installing.
+set(ZP_PC_PREFIX "@CMAKE_INSTALL_PREFIX@")
+foreach(_zp_kind LIBDIR INCLUDEDIR)
+  if(IS_ABSOLUTE "${CMAKE_INSTALL_${_zp_kind}}")
+    set(ZP_PC_${_zp_kind} "${CMAKE_INSTALL_${_zp_kind}}")
+  else()
+    set(ZP_PC_${_zp_kind} "\${prefix}/${CMAKE_INSTALL_${_zp_kind}}")
+  endif()
+endforeach()
+configure_file(cmake/zoltpano.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zoltpano.pc.stage @ONLY)
+install(CODE "configure_file([==[${CMAKE_CURRENT_BINARY_DIR}/zoltpano.pc.stage]==]
+                             [==[${CMAKE_CURRENT_BINARY_DIR}/zoltpano.pc]==] @ONLY)")
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zoltpano.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -57,3 +57,16 @@ TEST(ZoltPanoApi, RecordsKeepTheirWordLayout) {
   EXPECT_EQ(MOVE_UP, 4);
   EXPECT_EQ(WARN_TRACE_LITTLE_QUICK, 0x8080);
 }
+
+// What a 32-bit ARM caller (armeabi-v7a, and the armhf build run under qemu) sees: the frame
+// record is five words and `long*` results are one word. Skipped on 64-bit hosts.
+TEST(ZoltPanoApi, ThirtyTwoBitCallersSeeFiveWordFrames) {
+  if (sizeof(void*) != 4) GTEST_SKIP() << "64-bit build";
+  EXPECT_EQ(sizeof(long), 4u);
+  EXPECT_EQ(sizeof(__tag_ZOLT_OFFSCREEN), 20u);
+  EXPECT_EQ(offsetof(__tag_ZOLT_OFFSCREEN, format), 0u);
+  EXPECT_EQ(offsetof(__tag_ZOLT_OFFSCREEN, width), 4u);
+  EXPECT_EQ(offsetof(__tag_ZOLT_OFFSCREEN, height), 8u);
+  EXPECT_EQ(offsetof(__tag_ZOLT_OFFSCREEN, planeY), 12u);
+  EXPECT_EQ(offsetof(__tag_ZOLT_OFFSCREEN, planeVU), 16u);
+}
