@@ -85,21 +85,22 @@ ImageScores scoreImage(const cv::Mat& pano, const cv::Mat& truth, cv::Point gues
   cv::Mat pg, tg;
   cv::cvtColor(pano, pg, cv::COLOR_BGR2GRAY);
   cv::cvtColor(truth, tg, cv::COLOR_BGR2GRAY);
-  // Global alignment: the panorama's inner part (clear of the search margin) slid over truth.png
-  // around the position the truth of the first key frame gives.
-  const cv::Rect inner(kSearch, kSearch, pano.cols - 2 * kSearch, pano.rows - 2 * kSearch);
-  const cv::Rect area(guess.x, guess.y, pano.cols, pano.rows);
+  // Global alignment: the part of the panorama that lands in truth.png at the position the truth
+  // of the first key frame gives, less the search margin, slid over truth.png around that
+  // position. (A rotating camera's panorama can reach past truth.png.)
   const cv::Rect truthBox(0, 0, truth.cols, truth.rows);
-  const cv::Rect window = cv::Rect(area.x, area.y, area.width, area.height) & truthBox;
-  if (inner.width < 32 || inner.height < 32 || window.width < inner.width + 1 ||
-      window.height < inner.height + 1)
-    return s;
+  const cv::Rect inTruth = cv::Rect(0, 0, pano.cols, pano.rows) & (truthBox - guess);
+  const cv::Rect inner(inTruth.x + kSearch, inTruth.y + kSearch, inTruth.width - 2 * kSearch,
+                       inTruth.height - 2 * kSearch);
+  if (inner.width < 32 || inner.height < 32) return s;
+  const cv::Rect window = (cv::Rect(inner.x - kSearch, inner.y - kSearch, inner.width + 2 * kSearch,
+                                    inner.height + 2 * kSearch) + guess) & truthBox;
   cv::Mat cost;
   cv::matchTemplate(tg(window), pg(inner), cost, cv::TM_SQDIFF);
   double best = 0;
   cv::Point at;
   cv::minMaxLoc(cost, &best, nullptr, &at, nullptr);
-  s.offset = cv::Point(window.x + at.x - kSearch, window.y + at.y - kSearch);
+  s.offset = window.tl() + at - inner.tl();
   // The region the two share, in panorama pixels.
   s.overlap = cv::Rect(0, 0, pano.cols, pano.rows) & (truthBox - s.offset);
   if (s.overlap.area() == 0) return s;

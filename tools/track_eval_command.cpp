@@ -72,6 +72,10 @@ std::string codeName(int c) {
 
 struct SweepResult {
   std::vector<double> errors;  // per key frame, full-resolution pixels
+  // Key-frame steps are whole full-resolution pixels, so even a perfect match accumulates the
+  // rounding of every step: floorErrors is that accumulation (each true step rounded), and
+  // stepErrors the error of each measured step against the true one.
+  std::vector<double> floorErrors, stepErrors;
   double lastError = 0.0, sweptLength = 0.0;
   bool directionRight = false;
   std::map<int, int> codes;  // code -> frames
@@ -85,7 +89,7 @@ SweepResult runOne(const sim::SweepConfig& cfg) {
   sim::SimFrame f;
   double e[3] = {}, rot[9] = {};
   bool fixed = false;
-  cv::Point2d fix;
+  cv::Point2d fix, prevTruth, prevPose, floorPos;
   NV21Img img;
   while (simulator.next(f)) {
     __tag_ZOLT_OFFSCREEN buf{0, f.width, f.height, f.nv21.data(),
@@ -98,12 +102,24 @@ SweepResult runOne(const sim::SweepConfig& cfg) {
     if (!fixed && tracker.moveDir != MOVE_NONE) {
       fixed = true;
       fix = {f.truth.x, f.truth.y};
+      prevTruth = {0, 0};
+      prevPose = {0, 0};
+      floorPos = {0, 0};
     }
     if (tracker.moveDir != MOVE_NONE && tracker.bKeyFrame) {
       ++r.keyFrames;
       const double ex = tracker.globalCamPoseX + (f.truth.x - fix.x);
       const double ey = tracker.globalCamPoseY + (f.truth.y - fix.y);
       r.errors.push_back(std::hypot(ex, ey));
+      // Positions as displacements since the direction was fixed (the pose runs against them).
+      const cv::Point2d truth(f.truth.x - fix.x, f.truth.y - fix.y);
+      const cv::Point2d pose(-tracker.globalCamPoseX, -tracker.globalCamPoseY);
+      const cv::Point2d truthStep = truth - prevTruth, poseStep = pose - prevPose;
+      floorPos += cv::Point2d(std::round(truthStep.x), std::round(truthStep.y));
+      r.floorErrors.push_back(std::hypot(floorPos.x - truth.x, floorPos.y - truth.y));
+      r.stepErrors.push_back(std::hypot(poseStep.x - truthStep.x, poseStep.y - truthStep.y));
+      prevTruth = truth;
+      prevPose = pose;
       r.lastError = r.errors.back();
       r.sweptLength = cfg.horizontalSweep() ? std::fabs(f.truth.x - fix.x) : std::fabs(f.truth.y - fix.y);
     }
@@ -117,6 +133,7 @@ int runEval(const EvalArgs& a) {
   __android_log_set_logger(quietLogger);
   const std::vector<std::string> photos = a.photos.empty() ? defaultPhotos() : a.photos;
   std::map<std::string, std::vector<double>> errorsBy;  // "preset size" -> errors
+  std::map<std::string, std::vector<double>> floorBy, stepBy;
   std::map<std::string, std::map<std::string, int>> codesBy;
   std::map<std::string, int> sweepsBy, wrongDirBy, errSweepsBy;
   std::vector<double> rotateRel;
@@ -143,6 +160,8 @@ int runEval(const EvalArgs& a) {
           }
           const std::string key = preset + " " + size;
           errorsBy[key].insert(errorsBy[key].end(), r.errors.begin(), r.errors.end());
+          floorBy[key].insert(floorBy[key].end(), r.floorErrors.begin(), r.floorErrors.end());
+          stepBy[key].insert(stepBy[key].end(), r.stepErrors.begin(), r.stepErrors.end());
           ++sweepsBy[key];
           wrongDirBy[key] += !r.directionRight;
           bool anyErr = false;
@@ -156,22 +175,28 @@ int runEval(const EvalArgs& a) {
             std::ostringstream codes;
             for (const auto& [c, n] : r.codes) codes << " " << codeName(c) << "x" << n;
             std::printf("%-9s %-9s %-5s %-40s frames %3d key %3d dir %s median %.2f p95 %.2f "
-                        "last %.2f / %.0f%s\n",
+                        "floor %.2f step %.2f last %.2f / %.0f%s\n",
                         preset.c_str(), size.c_str(), dir.c_str(),
                         photo.substr(photo.find_last_of('/') + 1).c_str(), r.frames, r.keyFrames,
                         r.directionRight ? "ok" : "WRONG", percentile(r.errors, 0.5),
-                        percentile(r.errors, 0.95), r.lastError, r.sweptLength,
+                        percentile(r.errors, 0.95), percentile(r.floorErrors, 0.5),
+                        percentile(r.stepErrors, 0.5), r.lastError, r.sweptLength,
                         codes.str().c_str());
           }
         }
-  std::printf("\n%-20s %7s %9s %9s %9s %9s  %s\n", "preset size", "sweeps", "median px", "p95 px",
-              "wrong dir", "with ERR_", "codes (frames)");
+  // Position: accumulated error at the key frames; floor: the same for exact whole-pixel steps;
+  // step: each key frame's measured step against the true one.
+  std::printf("\n%-20s %6s %8s %8s %8s %8s %8s %8s %5s %5s  %s\n", "preset size", "sweeps",
+              "pos med", "pos p95", "flr med", "flr p95", "step med", "step p95", "wrong",
+              "ERR_", "codes (frames)");
   for (const auto& [key, errs] : errorsBy) {
     std::ostringstream codes;
     for (const auto& [name, n] : codesBy[key]) codes << name << " " << n << "  ";
-    std::printf("%-20s %7d %9.2f %9.2f %9d %9d  %s\n", key.c_str(), sweepsBy[key],
-                percentile(errs, 0.5), percentile(errs, 0.95), wrongDirBy[key], errSweepsBy[key],
-                codes.str().c_str());
+    std::printf("%-20s %6d %8.2f %8.2f %8.2f %8.2f %8.2f %8.2f %5d %5d  %s\n", key.c_str(),
+                sweepsBy[key], percentile(errs, 0.5), percentile(errs, 0.95),
+                percentile(floorBy[key], 0.5), percentile(floorBy[key], 0.95),
+                percentile(stepBy[key], 0.5), percentile(stepBy[key], 0.95), wrongDirBy[key],
+                errSweepsBy[key], codes.str().c_str());
   }
   if (a.model == "rotate" && !rotateRel.empty()) {
     std::printf("last key frame error / swept length: median %.4f, max %.4f\n",
