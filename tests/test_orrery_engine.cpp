@@ -44,20 +44,16 @@ TEST(OrreryEngineInit, RefusesSmallPreviewsAndBuildsTheParts) {
 TEST_F(Engine, ErrorGateStopsOnlyOnAFullCanvas) {
   zolt::test::LogCapture log;
   e.tracker->errCode = WARN_MOVE_SLOPE;
-  const struct {
-    int ui, merge;
-    bool pass;
-    const char* line;
-  } cases[] = {
-      {0, 0, true, nullptr},
-      {2, 0, true, "warn: please move slow******************************"},
-      {3, 0, true, "warn: please move up******************************"},
-      {4, 0, true, "warn: please move down******************************"},
-      {1, 0, true, "stop - error: NoFeature******************************"},
-      {5, 6, true, "stop - error: WrongDirection******************************"},  // canvas not consulted
-      {6, 0, true, nullptr},
-      {0, 6, false, "stop - warn: LoopStop******************************"},
-      {3, 6, false, "stop - warn: LoopStop******************************"},
+  const struct { int ui, merge; bool pass; const char* line; } cases[] = {
+      {0, 0, true, ""},
+      {2, 0, true, "warn: please move slow"},
+      {3, 0, true, "warn: please move up"},
+      {4, 0, true, "warn: please move down"},
+      {1, 0, true, "stop - error: NoFeature"},
+      {5, 6, true, "stop - error: WrongDirection"},  // the canvas is not consulted
+      {6, 0, true, ""},
+      {0, 6, false, "stop - warn: LoopStop"},
+      {3, 6, false, "stop - warn: LoopStop"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.ui << "/" << c.merge);
@@ -67,8 +63,10 @@ TEST_F(Engine, ErrorGateStopsOnlyOnAFullCanvas) {
     long code = 0;
     EXPECT_EQ(e.error_condition_check(code), c.pass);
     EXPECT_EQ(code, WARN_MOVE_SLOPE);
-    if (c.line) EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, c.line)) << c.line;
-    else EXPECT_TRUE(log.lines().empty());
+    std::vector<std::string> lines;
+    for (const auto& l : log.lines()) lines.push_back(std::to_string(l.priority) + " " + l.message);
+    EXPECT_EQ(lines, *c.line ? std::vector<std::string>{"4 " + std::string(c.line) + std::string(30, '*')}
+                             : std::vector<std::string>{});
   }
 }
 
@@ -81,9 +79,8 @@ TEST_F(Engine, FullCanvasRefusesFramesAndKeepsTheLastCode) {
   int dir = 9, len = 9;
   EXPECT_EQ(e.provideNV21Image_SelectFrame(&frame.rec, &off, &key, &dir, &len),
             ERR_TRACE_TOO_QUICK);
-  EXPECT_EQ(off.x, 11);
-  EXPECT_EQ(dir, 9);
-  EXPECT_EQ(e.frameCount, 0);
+  EXPECT_EQ(cv::Point(off.x, off.y), cv::Point(11, 22));
+  EXPECT_EQ(std::vector<long>({key, dir, len, e.frameCount}), std::vector<long>({5, 9, 9, 0}));
   EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR,
                            "provideNV21Image_SelectFrame: error_condition_check returned false \n"));
   tsRECT rect{1, 2, 3, 4};
@@ -104,8 +101,7 @@ TEST_F(Engine, OffsetsAreTruncatedAndTheCrossAxisFollowsTheKeyFrameTrack) {
   t.bKeyFrame = true;
   t.moveDir = MOVE_RIGHT;
   e.GrabInfo_Tracking(&off, &key);
-  EXPECT_EQ(off.x, -10);  // the opposite sign of SelectFrame's x
-  EXPECT_EQ(off.y, 4);
+  EXPECT_EQ(cv::Point(off.x, off.y), cv::Point(-10, 4));  // x: the opposite sign of SelectFrame's
   EXPECT_EQ(key, 1);
   t.moveDir = MOVE_NONE;
   e.GrabInfo_Tracking(&off, &key);
