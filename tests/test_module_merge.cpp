@@ -2,7 +2,6 @@
 // the valid rectangle and the panorama output, log lines, and whole sweeps over a real photo.
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -197,69 +196,55 @@ TEST(ModuleMerge, LogLines) {
   EXPECT_NE(seen[4].find(".000000"), std::string::npos);  // whole milliseconds as a double
 }
 
-namespace {
-
-// The Debian photo, reduced, as BGR: the scene every simulated sweep looks at.
-const cv::Mat& scene() {
-  static const cv::Mat s = [] {
-    cv::Mat full = cv::imread("/usr/share/backgrounds/Kleiber_by_Lukas_Baubkus.jpg", 1), small;
-    if (!full.empty()) cv::resize(full, small, cv::Size(1400, 788), 0, 0, cv::INTER_AREA);
-    return small;
-  }();
-  return s;
-}
-
-struct Sweep {
-  MoveDirection dir;
-  int fw, fh, pw, ph;
-  std::vector<cv::Point> at;  // frame positions in the scene, the first one first
-  bool exact;                 // even steps, no drift: every 2x2 chroma block lines up
-};
-
-}  // namespace
-
-// Crops of a real photo fed as NV21 key frames with their true offsets, with a hand's drift
-// across the sweep and odd steps: the panorama shows the photo (as it looks through the NV21
-// round trip). Seams fall where frames agree and identical pixels blend to themselves, so only
-// the chroma of odd-offset frames (2x2 blocks aligned differently) differs; with even steps and
-// no drift the panorama is the photo bit for bit.
+// Crops of a real photo (reduced to 1400 x 788) fed as 480 x 320 NV21 key frames with their true
+// offsets, with a hand's drift across the sweep and odd steps: the panorama shows the photo (as
+// it looks through the NV21 round trip). Seams fall where frames agree and identical pixels
+// blend to themselves, so only the chroma of odd-offset frames (2x2 blocks aligned differently)
+// differs; with even steps and no drift the panorama is the photo bit for bit.
 TEST(ModuleMerge, RealPhotoSweepsAllDirections) {
-  if (scene().empty()) GTEST_SKIP() << "photo not installed (scripts/setup.sh)";
+  const cv::Mat photo = cv::imread("/usr/share/backgrounds/Kleiber_by_Lukas_Baubkus.jpg", 1);
+  if (photo.empty()) GTEST_SKIP() << "photo not installed (scripts/setup.sh)";
+  cv::Mat scene;
+  cv::resize(photo, scene, cv::Size(1400, 788), 0, 0, cv::INTER_AREA);
   Frame whole;
-  whole.nvCvt2NV21(scene());
+  whole.nvCvt2NV21(scene);
   const cv::Mat sceneNv21 = whole.nvCvt2BGR().clone();
-  const std::vector<Sweep> sweeps = {
-      {MOVE_RIGHT, 480, 320, 1300, 320,
-       {{20, 200}, {157, 203}, {310, 198}, {471, 201}, {600, 196}, {695, 199}, {800, 204}}, false},
-      {MOVE_LEFT, 480, 320, 1300, 320,
-       {{880, 200}, {741, 197}, {602, 203}, {455, 199}, {310, 205}, {171, 201}, {101, 198}}, false},
-      {MOVE_DOWN, 480, 320, 480, 760,
-       {{300, 10}, {303, 121}, {298, 243}, {301, 336}, {305, 420}}, false},
-      {MOVE_UP, 480, 320, 480, 760, {{300, 460}, {296, 349}, {302, 231}, {299, 117}, {303, 50}},
-       false},
-      {MOVE_RIGHT, 480, 320, 1300, 320, {{20, 200}, {162, 200}, {330, 200}, {560, 200}}, true},
+  const struct {
+    MoveDirection dir;
+    bool exact;                 // even steps, no drift: every 2x2 chroma block lines up
+    std::vector<cv::Point> at;  // frame positions in the scene, the first one first
+  } sweeps[] = {
+      {MOVE_RIGHT, false,
+       {{20, 200}, {157, 203}, {310, 198}, {471, 201}, {600, 196}, {695, 199}, {800, 204}}},
+      {MOVE_LEFT, false,
+       {{880, 200}, {741, 197}, {602, 203}, {455, 199}, {310, 205}, {171, 201}, {101, 198}}},
+      {MOVE_DOWN, false, {{300, 10}, {303, 121}, {298, 243}, {301, 336}, {305, 420}}},
+      {MOVE_UP, false, {{300, 460}, {296, 349}, {302, 231}, {299, 117}, {303, 50}}},
+      {MOVE_RIGHT, true, {{20, 200}, {162, 200}, {330, 200}, {560, 200}}},
   };
-  for (const Sweep& s : sweeps) {
+  const int fw = 480, fh = 320;
+  for (const auto& s : sweeps) {
     SCOPED_TRACE(testing::Message() << s.dir << (s.exact ? " even" : ""));
-    Canvas canvas(s.pw, s.ph);
-    ModuleMerge m(s.fw, s.fh);
+    const bool horizontal = s.dir <= 2;
+    Canvas canvas(horizontal ? 1300 : fw, horizontal ? fh : 760);
+    ModuleMerge m(fw, fh);
     for (const cv::Point& p : s.at) {
       Frame f;
-      f.nvCvt2NV21(scene()(cv::Rect(p.x, p.y, s.fw, s.fh)).clone());
+      f.nvCvt2NV21(scene(cv::Rect(p.x, p.y, fw, fh)).clone());
       m.merging_AddImage(f, cv::Point_<double>(s.at[0] - p), s.dir, &canvas.rec);
     }
     EXPECT_EQ(m.mergeState, 0);
     tsRECT r{};
     m.CropBlackRect_AddImage(&r);
     // Canvas (0, 0) shows the scene at the first frame's position, less the first frame's place.
-    const cv::Point origin = s.at[0] - cv::Point(s.dir == MOVE_LEFT ? s.pw - s.fw : 0,
-                                                 s.dir == MOVE_UP ? s.ph - s.fh : 0);
+    const cv::Point origin = s.at[0] - cv::Point(s.dir == MOVE_LEFT ? canvas.w() - fw : 0,
+                                                 s.dir == MOVE_UP ? canvas.h() - fh : 0);
     const cv::Rect valid(r.left, r.top, r.right - r.left, r.bottom - r.top);
     const cv::Mat pano = m.getPano_BGR(), truth = sceneNv21(valid + origin);
     // The whole sweep is kept, from the first frame's far edge to the last one's leading edge.
     const cv::Point span = s.at.back() - s.at.front();
-    if (s.dir <= 2) EXPECT_EQ(pano.cols, std::abs(span.x) + s.fw);
-    else EXPECT_EQ(pano.rows, std::abs(span.y) + s.fh);
+    if (horizontal) EXPECT_EQ(pano.cols, std::abs(span.x) + fw);
+    else EXPECT_EQ(pano.rows, std::abs(span.y) + fh);
     if (s.exact) EXPECT_EQ(cv::norm(pano, truth, cv::NORM_INF), 0.0);
     else EXPECT_GT(cv::PSNR(pano, truth), 42.0);  // 44 to 48 dB; a column off gives 29 to 31
   }
