@@ -55,35 +55,25 @@ TEST(ModuleMergeBlend, RampEndsRoundingAndLevelsAllDirections) {
     uint8_t c, f;
     int level;  // on all lines but the last ones
     bool texture;
-    const char* log;
+    const char* stat;  // the blending log line's N and Blndstat
   } cases[] = {
-      {MOVE_RIGHT, 400, 1000, 300, 5, 40, 201, 0, false,
-       "[merge_ToRight_linear_YUV_withSeam] full dynamic blending time =  T and N = 295  "
-       "Blndstat: 295 0 0 0 0"},
-      {MOVE_LEFT, 400, 1000, 300, 5, 40, 201, 0, false,
-       "[merge_ToLeft_linear_YUV_withSeam] full dynamic blending time =  T and N = 295  "
-       "Blndstat: 295 0 0 0 0"},
-      {MOVE_DOWN, 400, 1000, 300, 5, 40, 201, 0, false,
-       "[merge_ToBottom_linear_YUV_withSeam] full dynamic blending time =  T and N = 295  "
-       "Blndstat: 295 0 0 0 0"},
-      {MOVE_UP, 400, 1000, 300, 5, 40, 201, 0, false,
-       "[merge_ToTop_linear_YUV_withSeam] full dynamic blending time =  T and N = 295  "
-       "Blndstat: 295 0 0 0 0"},
-      {MOVE_RIGHT, 2420, 2900, 300, 0, 120, 131, 3, false,
-       "[merge_ToRight_linear_YUV_withSeam] full dynamic blending time =  T and N = 2316  "
-       "Blndstat: 12 0 0 288 0"},
-      {MOVE_LEFT, 1920, 2600, 300, 0, 120, 131, 2, false,  // capped at level 2
-       "[merge_ToLeft_linear_YUV_withSeam] full dynamic blending time =  T and N = 1164  "
-       "Blndstat: 12 0 288 0 0"},
-      {MOVE_RIGHT, 2420, 2900, 300, 0, 50, 45, 0, false,  // dark: never textureless
-       "[merge_ToRight_linear_YUV_withSeam] full dynamic blending time =  T and N = 300  "
-       "Blndstat: 300 0 0 0 0"},
-      {MOVE_DOWN, 400, 1000, 2420, 0, 120, 131, 1, true,
-       "[merge_ToBottom_linear_YUV_withSeam] full dynamic blending time =  T and N = 4832  "
-       "Blndstat: 8 2412 0 0 0"},
+      {MOVE_RIGHT, 400, 1000, 300, 5, 40, 201, 0, false, "295  Blndstat: 295 0 0 0 0"},
+      {MOVE_LEFT, 400, 1000, 300, 5, 40, 201, 0, false, "295  Blndstat: 295 0 0 0 0"},
+      {MOVE_DOWN, 400, 1000, 300, 5, 40, 201, 0, false, "295  Blndstat: 295 0 0 0 0"},
+      {MOVE_UP, 400, 1000, 300, 5, 40, 201, 0, false, "295  Blndstat: 295 0 0 0 0"},
+      {MOVE_RIGHT, 2420, 2900, 300, 0, 120, 131, 3, false, "2316  Blndstat: 12 0 0 288 0"},
+      // Capped at level 2.
+      {MOVE_LEFT, 1920, 2600, 300, 0, 120, 131, 2, false, "1164  Blndstat: 12 0 288 0 0"},
+      // Dark: never textureless.
+      {MOVE_RIGHT, 2420, 2900, 300, 0, 50, 45, 0, false, "300  Blndstat: 300 0 0 0 0"},
+      {MOVE_DOWN, 400, 1000, 2420, 0, 120, 131, 1, true, "4832  Blndstat: 8 2412 0 0 0"},
   };
+  const char* names[] = {"", "ToRight", "ToLeft", "ToBottom", "ToTop"};
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.log);
+    const std::string log = std::string("[merge_") + names[c.dir] +
+                            "_linear_YUV_withSeam] full dynamic blending time =  T and N = " +
+                            c.stat;
+    SCOPED_TRACE(log);
     // A uniform second frame 200 pixels on along the sweep, merged by the linear merge alone.
     // Every position costs the same, so the seam is the band's start, pos - 16.
     Placed s(c.dir, c.frameAlong, c.panoAlong, c.cross, c.c);
@@ -107,7 +97,7 @@ TEST(ModuleMergeBlend, RampEndsRoundingAndLevelsAllDirections) {
       default: s.m.merge_ToTop_linear_YUV_withSeam(pos, f, seam); break;
     }
     ASSERT_EQ(logs.lines().size(), 3u);  // resizing, textureless blocks, blending
-    EXPECT_EQ(maskNumber(logs.lines()[2].message, "time =  "), c.log);
+    EXPECT_EQ(maskNumber(logs.lines()[2].message, "time =  "), log);
     ASSERT_EQ(seam.size(), static_cast<size_t>(c.cross));
     const int sAt = pos - 16, sign = c.dir == MOVE_LEFT || c.dir == MOVE_UP ? -1 : 1;
     for (int line = 0; line < c.drift; ++line) {
