@@ -1,21 +1,22 @@
 // Small NV21 canvases and frames for the merger tests.
 #pragma once
 
-#include <cstdint>
 #include <cctype>
-#include <cstring>
-#include <string>
+#include <cstdint>
 #include <functional>
 #include <random>
-#include <vector>
+#include <string>
 
 #include <opencv2/core.hpp>
 
 #include "image/nv21_img.h"
 #include "merger/module_merge.h"
+#include "support/nv21_buffer.h"
 #include "zolt_pano.h"
 
 namespace zolt::test {
+
+using Canvas = Nv21Buffer;
 
 // An owning NV21 image that frees its buffer.
 struct Frame : NV21Img {
@@ -23,26 +24,7 @@ struct Frame : NV21Img {
   ~Frame() { freeData(); }
 };
 
-// A caller-owned NV21 canvas, VU plane right behind the Y plane.
-struct Canvas {
-  std::vector<uint8_t> buf;
-  __tag_ZOLT_OFFSCREEN rec{};
-  Canvas(int w, int h, uint8_t y = 0, uint8_t vu = 128)
-      : buf(static_cast<size_t>(w) * h * 3 / 2) {
-    std::memset(buf.data(), y, static_cast<size_t>(w) * h);
-    std::memset(buf.data() + static_cast<size_t>(w) * h, vu, buf.size() - size_t(w) * h);
-    rec.width = w;
-    rec.height = h;
-    rec.planeY = buf.data();
-    rec.planeVU = buf.data() + static_cast<size_t>(w) * h;
-  }
-  int w() const { return rec.width; }
-  int h() const { return rec.height; }
-  uint8_t& y(int x, int r) { return buf[static_cast<size_t>(r) * w() + x]; }
-  uint8_t* vu(int x, int r) { return rec.planeVU + static_cast<size_t>(r / 2) * w() + (x / 2) * 2; }
-};
-
-// An owning frame whose pixels come from functions of (x, y).
+// Fills an owning frame from functions of (x, y) and, for chroma, (even x, even y, byte).
 inline void fillFrame(NV21Img& f, int w, int h, const std::function<uint8_t(int, int)>& luma,
                       const std::function<uint8_t(int, int, int)>& chroma =
                           [](int, int, int) { return uint8_t{128}; }) {
@@ -61,13 +43,32 @@ inline void randomFrame(NV21Img& f, int w, int h, uint32_t seed) {
     f.yPlane[i] = static_cast<uint8_t>(rng());
 }
 
-// A merger whose first frame (a uniform frame) has been placed, ready for direct calls of its
-// stages with offsets set by hand.
+// Places a uniform first frame, leaving the merger ready for direct calls of its stages with
+// offsets set by hand.
 inline void placeFirst(ModuleMerge& m, Canvas& canvas, MoveDirection dir, uint8_t level = 0) {
   Frame first;
   fillFrame(first, m.frameWidth, m.frameHeight, [&](int, int) { return level; });
   m.merging_AddImage(first, cv::Point_<double>(0, 0), dir, &canvas.rec);
 }
+
+// A canvas of uniform luma `level` (chroma 128) with a uniform first frame of the same level
+// placed; sizes along and across the sweep.
+struct Placed {
+  bool horizontal;
+  int fw, fh;
+  Canvas canvas;
+  ModuleMerge m;
+  Placed(MoveDirection dir, int frameAlong, int panoAlong, int cross, uint8_t level)
+      : horizontal(dir <= 2),
+        fw(horizontal ? frameAlong : cross),
+        fh(horizontal ? cross : frameAlong),
+        canvas(horizontal ? panoAlong : cross, horizontal ? cross : panoAlong, level),
+        m(fw, fh) {
+    placeFirst(m, canvas, dir, level);
+  }
+  // Canvas luma at position `a` along the sweep on canvas line `line` across it.
+  uint8_t& at(int line, int a) { return horizontal ? canvas.y(a, line) : canvas.y(line, a); }
+};
 
 // The log line with the number after `marker` replaced by "T" (timings vary).
 inline std::string maskNumber(std::string line, const std::string& marker) {
@@ -75,10 +76,8 @@ inline std::string maskNumber(std::string line, const std::string& marker) {
   if (at == std::string::npos) return line;
   const size_t from = at + marker.size();
   size_t to = from;
-  auto numeric = [&](char ch) {
-    return std::isdigit(static_cast<unsigned char>(ch)) || ch == '.';
-  };
-  while (to < line.size() && numeric(line[to])) ++to;
+  while (to < line.size() && (std::isdigit(static_cast<unsigned char>(line[to])) || line[to] == '.'))
+    ++to;
   return line.replace(from, to - from, "T");
 }
 

@@ -7,14 +7,16 @@
 #include "image/nv21_img.h"
 #include "merger/module_merge.h"
 #include "support/log_capture.h"
+#include "support/nv21_buffer.h"
 #include "tracker/module_track.h"
+
+using zolt::test::corners;
 
 namespace {
 
 struct Engine : testing::Test {
   OrreryEngine e;
-  std::vector<uint8_t> frameBytes = std::vector<uint8_t>(1280 * 720 * 3 / 2, 128);
-  __tag_ZOLT_OFFSCREEN frame{0, 1280, 720, frameBytes.data(), frameBytes.data() + 1280 * 720};
+  zolt::test::Nv21Buffer frame{1280, 720, 128};
   void SetUp() override { e.zolt_init_pano(1280, 720); }
   void TearDown() override { e.release(); }
 };
@@ -23,8 +25,6 @@ struct Engine : testing::Test {
 
 TEST(OrreryEngineInit, RefusesSmallPreviewsAndBuildsTheParts) {
   OrreryEngine small;
-  EXPECT_EQ(small.width, -1);
-  EXPECT_EQ(small.frameCount, -1);
   EXPECT_ANY_THROW(small.zolt_init_pano(640, 480));
   EXPECT_EQ(small.merger, nullptr);
   EXPECT_EQ(small.frameImg, nullptr);
@@ -43,35 +43,30 @@ TEST(OrreryEngineInit, RefusesSmallPreviewsAndBuildsTheParts) {
 
 TEST_F(Engine, ErrorGateStopsOnlyOnAFullCanvas) {
   zolt::test::LogCapture log;
-  long code = 0;
   e.tracker->errCode = WARN_MOVE_SLOPE;
-  const struct {
-    int ui, merge;
-    bool pass;
-    const char* line;
-  } cases[] = {
-      {0, 0, true, nullptr},
-      {2, 0, true, "warn: please move slow******************************"},
-      {3, 0, true, "warn: please move up******************************"},
-      {4, 0, true, "warn: please move down******************************"},
-      {1, 0, true, "stop - error: NoFeature******************************"},
-      {5, 6, true, "stop - error: WrongDirection******************************"},  // canvas not consulted
-      {6, 0, true, nullptr},
-      {0, 6, false, "stop - warn: LoopStop******************************"},
-      {3, 6, false, "stop - warn: LoopStop******************************"},
+  const struct { int ui, merge; bool pass; const char* line; } cases[] = {
+      {0, 0, true, ""},
+      {2, 0, true, "warn: please move slow"},
+      {3, 0, true, "warn: please move up"},
+      {4, 0, true, "warn: please move down"},
+      {1, 0, true, "stop - error: NoFeature"},
+      {5, 6, true, "stop - error: WrongDirection"},  // the canvas is not consulted
+      {6, 0, true, ""},
+      {0, 6, false, "stop - warn: LoopStop"},
+      {3, 6, false, "stop - warn: LoopStop"},
   };
   for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.ui << "/" << c.merge);
     log.clear();
     e.tracker->uiState = c.ui;
     e.merger->mergeState = c.merge;
-    code = 0;
-    EXPECT_EQ(e.error_condition_check(code), c.pass) << c.ui << "/" << c.merge;
+    long code = 0;
+    EXPECT_EQ(e.error_condition_check(code), c.pass);
     EXPECT_EQ(code, WARN_MOVE_SLOPE);
-    if (c.line) {
-      EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, c.line)) << c.line;
-    } else {
-      EXPECT_TRUE(log.lines().empty());
-    }
+    std::vector<std::string> lines;
+    for (const auto& l : log.lines()) lines.push_back(std::to_string(l.priority) + " " + l.message);
+    EXPECT_EQ(lines, *c.line ? std::vector<std::string>{"4 " + std::string(c.line) + std::string(30, '*')}
+                             : std::vector<std::string>{});
   }
 }
 
@@ -82,17 +77,17 @@ TEST_F(Engine, FullCanvasRefusesFramesAndKeepsTheLastCode) {
   tsPOINT off{11, 22};
   long key = 5;
   int dir = 9, len = 9;
-  EXPECT_EQ(e.provideNV21Image_SelectFrame(&frame, &off, &key, &dir, &len), ERR_TRACE_TOO_QUICK);
-  EXPECT_EQ(off.x, 11);
-  EXPECT_EQ(dir, 9);
-  EXPECT_EQ(e.frameCount, 0);
+  EXPECT_EQ(e.provideNV21Image_SelectFrame(&frame.rec, &off, &key, &dir, &len),
+            ERR_TRACE_TOO_QUICK);
+  EXPECT_EQ(cv::Point(off.x, off.y), cv::Point(11, 22));
+  EXPECT_EQ(std::vector<long>({key, dir, len, e.frameCount}), std::vector<long>({5, 9, 9, 0}));
   EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR,
                            "provideNV21Image_SelectFrame: error_condition_check returned false \n"));
   tsRECT rect{1, 2, 3, 4};
   int progress = -5;
-  EXPECT_EQ(e.provideNV21Image_AddImage(&frame, &rect, &progress), ERR_TRACE_TOO_QUICK);
+  EXPECT_EQ(e.provideNV21Image_AddImage(&frame.rec, &rect, &progress), ERR_TRACE_TOO_QUICK);
   EXPECT_EQ(progress, -5);
-  EXPECT_EQ(rect.right, 3);
+  EXPECT_EQ(corners(rect), (std::array<int, 4>{1, 2, 3, 4}));
 }
 
 TEST_F(Engine, OffsetsAreTruncatedAndTheCrossAxisFollowsTheKeyFrameTrack) {
@@ -106,8 +101,7 @@ TEST_F(Engine, OffsetsAreTruncatedAndTheCrossAxisFollowsTheKeyFrameTrack) {
   t.bKeyFrame = true;
   t.moveDir = MOVE_RIGHT;
   e.GrabInfo_Tracking(&off, &key);
-  EXPECT_EQ(off.x, -10);  // the opposite sign of SelectFrame's x
-  EXPECT_EQ(off.y, 4);
+  EXPECT_EQ(cv::Point(off.x, off.y), cv::Point(-10, 4));  // x: the opposite sign of SelectFrame's
   EXPECT_EQ(key, 1);
   t.moveDir = MOVE_NONE;
   e.GrabInfo_Tracking(&off, &key);
@@ -118,27 +112,24 @@ TEST_F(Engine, ProgressIsSweepLengthOverTheCanvasExtentOnEveryCall) {
   ModuleTrack& t = *e.tracker;
   t.progress = 1500;
   t.bKeyFrame = false;
-  std::vector<uint8_t> canvas(3000 * 720 * 3 / 2);
-  __tag_ZOLT_OFFSCREEN pano{0, 3000, 720, canvas.data(), canvas.data() + 3000 * 720};
+  zolt::test::Nv21Buffer pano(3000, 720);
   tsRECT rect{};
   int progress = 0;
   t.moveDir = MOVE_RIGHT;
-  e.provideNV21Image_AddImage(&pano, &rect, &progress);
+  e.provideNV21Image_AddImage(&pano.rec, &rect, &progress);
   EXPECT_EQ(progress, 50);
   t.moveDir = MOVE_NONE;  // undecided: against the canvas height
-  e.provideNV21Image_AddImage(&pano, &rect, &progress);
+  e.provideNV21Image_AddImage(&pano.rec, &rect, &progress);
   EXPECT_EQ(progress, 208);
   EXPECT_EQ(e.mergeFrames, 0);
 }
 
 TEST_F(Engine, ConversionsFollowTheImageRules) {
-  std::vector<uint8_t> nv(1280 * 720 * 3 / 2, 128);
   cv::Mat bgr;
-  e.convert_NV21Img(nv.data(), bgr);
-  ASSERT_EQ(bgr.size(), cv::Size(1280, 720));
+  e.convert_NV21Img(frame.buf.data(), bgr);
   EXPECT_EQ(cv::norm(bgr, cv::Mat(720, 1280, CV_8UC3, cv::Scalar(128, 128, 128)), cv::NORM_INF), 0);
   cv::Mat grey(720, 1280, CV_8UC3, cv::Scalar(60, 60, 60));
-  std::vector<uint8_t> out(nv.size(), 0);
+  std::vector<uint8_t> out(frame.buf.size(), 0);
   e.convert_BGRImg(grey, out.data());
   EXPECT_EQ(out[0], 60);
   EXPECT_EQ(out[1280 * 720 - 1], 60);

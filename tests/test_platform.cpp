@@ -1,3 +1,4 @@
+// The platform layer: system properties, log lines, clocks, the tuned OpenCV entry points.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -32,18 +33,14 @@ TEST(Platform, LogLinesCarryTheTagAndPriority) {
   ZLOGI("info %d", 1);
   ZLOGW("warn %s", "x");
   ZLOGE("error");
-  auto lines = log.lines();
-  ASSERT_EQ(lines.size(), 3u);
-  EXPECT_EQ(lines[0].priority, 4);
-  EXPECT_EQ(lines[1].priority, 5);
-  EXPECT_EQ(lines[2].priority, 6);
-  EXPECT_EQ(lines[0].message, "info 1");
-  for (const auto& l : lines) EXPECT_EQ(l.tag, "PanoEngine");
+  std::vector<std::string> seen;
+  for (const auto& l : log.lines()) seen.push_back(l.tag + " " + std::to_string(l.priority) + " " + l.message);
+  EXPECT_EQ(seen, (std::vector<std::string>{"PanoEngine 4 info 1", "PanoEngine 5 warn x",
+                                             "PanoEngine 6 error"}));
 }
 
 TEST(Platform, ClocksAdvance) {
-  const int64_t t0 = zolt::wallClockMs();
-  EXPECT_GT(t0, 1600000000000LL);  // after 2020, in milliseconds
+  EXPECT_GT(zolt::wallClockMs(), 1600000000000LL);  // after 2020, in milliseconds
   EXPECT_GT(zolt::tickFrequency(), 0.0);
   const int64_t k0 = zolt::ticks();
   EXPECT_GE(zolt::ticks(), k0);

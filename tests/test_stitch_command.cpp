@@ -43,16 +43,24 @@ cv::Mat texture(int w, int h, int seed) {
   return m;
 }
 
-std::string errorOf(const std::string& path, const SourceOptions& opt = {}) {
+// The message of the E that `f` throws; "" when it returns.
+template <class E, class F>
+std::string thrown(F f) {
   try {
-    std::unique_ptr<FrameSource> s = FrameSource::open(path, opt);
-    std::vector<uint8_t> f;
-    while (s->next(f)) {
-    }
-  } catch (const InputError& e) {
+    f();
+  } catch (const E& e) {
     return e.what();
   }
   return "";
+}
+
+// What reading all of `path` throws.
+std::string errorOf(const std::string& path, const SourceOptions& opt = {}) {
+  return thrown<InputError>([&] {
+    auto s = FrameSource::open(path, opt);
+    for (std::vector<uint8_t> f; s->next(f);) {
+    }
+  });
 }
 
 // A 20-frame 1280 x 720 steady sweep written once per test process (ctest runs the cases as
@@ -75,33 +83,36 @@ const std::string& sweepDir() {
   return dir;
 }
 
+// Stitches `src` into `name` without hints, the rest of the options as `opt` sets them.
+zolt::tools::StitchResult stitch(FrameSource& src, const std::string& name,
+                                 StitchOptions opt = {}) {
+  opt.name = name;
+  opt.hints = false;
+  zolt::tools::StitchResult r;
+  zolt::tools::stitch(src, opt, r);
+  return r;
+}
+
 }  // namespace
 
 TEST(StitchFrameSource, UpscaledSizeIsTheSmallestEvenSizeAbove640WithTheAspect) {
-  int w = 0, h = 0;
-  zolt::tools::upscaledSize(640, 480, w, h);
-  EXPECT_EQ(w, 856);
-  EXPECT_EQ(h, 642);
-  zolt::tools::upscaledSize(480, 640, w, h);
-  EXPECT_EQ(w, 642);
-  EXPECT_EQ(h, 856);
-  zolt::tools::upscaledSize(1280, 640, w, h);
-  EXPECT_EQ(w, 1284);
-  EXPECT_EQ(h, 642);
-  zolt::tools::upscaledSize(641, 700, w, h);
-  EXPECT_EQ(w, 642);
-  EXPECT_EQ(h, 702);
+  const struct { int w, h, wantW, wantH; } cases[] = {
+      {640, 480, 856, 642}, {480, 640, 642, 856}, {1280, 640, 1284, 642}, {641, 700, 642, 702}};
+  for (const auto& c : cases) {
+    int w = 0, h = 0;
+    zolt::tools::upscaledSize(c.w, c.h, w, h);
+    EXPECT_EQ(cv::Size(w, h), cv::Size(c.wantW, c.wantH)) << c.w << "x" << c.h;
+  }
 }
 
 TEST(StitchFrameSource, ImageFolderInNameOrderWithRangeAndUpscale) {
   const std::string dir = freshDir("small");
   // Written out of name order; the pictures differ so that the order shows in the frames.
-  for (int i : {2, 0, 1}) cv::imwrite(dir + "/img" + std::to_string(i) + ".png", texture(320, 240, i));
+  for (int i : {2, 0, 1})
+    cv::imwrite(dir + "/img" + std::to_string(i) + ".png", texture(320, 240, i));
   std::ofstream(dir + "/notes.txt") << "not an image";
-
   EXPECT_NE(errorOf(dir).find("frames are 320x240: the engine needs both sides above 640"),
-            std::string::npos)
-      << errorOf(dir);
+            std::string::npos) << errorOf(dir);
 
   SourceOptions opt;
   opt.upscale = true;
@@ -109,15 +120,12 @@ TEST(StitchFrameSource, ImageFolderInNameOrderWithRangeAndUpscale) {
   opt.count = 5;
   auto src = FrameSource::open(dir, opt);
   EXPECT_EQ(src->kind(), "images");
-  EXPECT_EQ(src->width(), 856);
-  EXPECT_EQ(src->height(), 642);
+  EXPECT_EQ(cv::Size(src->width(), src->height()), cv::Size(856, 642));
   EXPECT_EQ(src->expectedFrames(), 2);
   std::vector<uint8_t> f;
   std::vector<int> indices;
   std::vector<double> means;
-  for (;;) {
-    const int k = src->nextIndex();
-    if (!src->next(f)) break;
+  for (int k = src->nextIndex(); src->next(f); k = src->nextIndex()) {
     indices.push_back(k);
     ASSERT_EQ(f.size(), 856u * 642u * 3 / 2);
     means.push_back(cv::mean(cv::Mat(642, 856, CV_8UC1, f.data()))[0]);
@@ -158,15 +166,11 @@ TEST(StitchFrameSource, VideoFramesArriveAsNv21OfEvenSize) {
   }
   auto src = FrameSource::open(path, {});
   EXPECT_EQ(src->kind(), "video");
-  EXPECT_EQ(src->width(), 1280);
-  EXPECT_EQ(src->height(), 720);
+  EXPECT_EQ(cv::Size(src->width(), src->height()), cv::Size(1280, 720));
   EXPECT_NEAR(src->fps(), 25.0, 0.01);
   std::vector<uint8_t> f;
   int n = 0;
-  while (src->next(f)) {
-    ASSERT_EQ(f.size(), 1280u * 720u * 3 / 2);
-    ++n;
-  }
+  for (; src->next(f); ++n) ASSERT_EQ(f.size(), 1280u * 720u * 3 / 2);
   EXPECT_EQ(n, 3);
 }
 
@@ -174,17 +178,11 @@ TEST(StitchSession, SteadySweepWritesPanoramaCsvAndReport) {
   const std::string out = freshDir("out") + "/pano";
   auto src = FrameSource::open(sweepDir(), {});
   EXPECT_EQ(src->kind(), "sweep");
-  StitchOptions opt;
-  opt.name = out;
-  opt.hints = false;
-  zolt::tools::StitchResult r;
-  zolt::tools::stitch(*src, opt, r);
-
+  const zolt::tools::StitchResult r = stitch(*src, out);
   EXPECT_EQ(r.panoramaPath, out + ".jpg");
   EXPECT_TRUE(r.outputProblem.empty());
   EXPECT_EQ(r.direction, MOVE_RIGHT);
-  EXPECT_EQ(r.canvasWidth, 6 * 1280);
-  EXPECT_EQ(r.canvasHeight, 720);
+  EXPECT_EQ(cv::Size(r.canvasWidth, r.canvasHeight), cv::Size(6 * 1280, 720));
   ASSERT_GE(r.keyFrames.size(), 5u);
   cv::Mat pano = cv::imread(out + ".jpg");
   ASSERT_FALSE(pano.empty());
@@ -200,11 +198,10 @@ TEST(StitchSession, SteadySweepWritesPanoramaCsvAndReport) {
   std::getline(csv, line);
   EXPECT_EQ(line, "frame,offset_x,offset_y,key_frame,direction,code,sweep_length,progress,"
                   "select_ms,add_ms");
-  int rows = 0, keys = 0;
+  int rows = 0, keys = 0, frame, ox, oy, key;
   while (std::getline(csv, line)) {
-    ++rows;
-    int frame, ox, oy, key;
     ASSERT_EQ(std::sscanf(line.c_str(), "%d,%d,%d,%d", &frame, &ox, &oy, &key), 4) << line;
+    ++rows;
     keys += key;
   }
   EXPECT_EQ(rows, 20);
@@ -214,18 +211,17 @@ TEST(StitchSession, SteadySweepWritesPanoramaCsvAndReport) {
   EXPECT_GT(report.rows, 420);
 }
 
+// Bad input or a bad name never loses the panorama: an unwritable name falls back to the
+// current directory, and a frame size changing mid-stream ends the input with one line and
+// keeps what was stitched so far.
 TEST(StitchSession, UnwritableNameFallsBackToTheCurrentDirectory) {
   const std::string cwd = freshDir("cwd");
   const fs::path before = fs::current_path();
   fs::current_path(cwd);
-  StitchOptions opt;
-  opt.name = "/nonexistent-dir/sub/pano";
-  opt.hints = false;
   SourceOptions range;
   range.count = 12;
   auto src = FrameSource::open(sweepDir(), range);
-  zolt::tools::StitchResult r;
-  zolt::tools::stitch(*src, opt, r);
+  const zolt::tools::StitchResult r = stitch(*src, "/nonexistent-dir/sub/pano");
   fs::current_path(before);
   EXPECT_EQ(r.outputProblem,
             "cannot write '/nonexistent-dir/sub/pano.jpg': directory '/nonexistent-dir/sub' does "
@@ -236,46 +232,34 @@ TEST(StitchSession, UnwritableNameFallsBackToTheCurrentDirectory) {
   EXPECT_EQ(r.frames.size(), 12u);
 }
 
-TEST(StitchSession, CanvasThatDoesNotSuitTheSweepAxisIsRefused) {
-  auto src = FrameSource::open(sweepDir(), {});
-  StitchOptions opt;
-  opt.name = freshDir("canvas") + "/pano";
-  opt.hints = false;
-  opt.canvasWidth = 1280;
-  opt.canvasHeight = 4000;
-  try {
-    zolt::tools::StitchResult r;
-    zolt::tools::stitch(*src, opt, r);
-    FAIL() << "accepted a vertical canvas for a horizontal sweep";
-  } catch (const StitchError& e) {
-    EXPECT_STREQ(e.what(), "canvas 1280x4000 does not suit a horizontal sweep of 1280x720 "
-                           "frames: it must be as high as a frame and wider");
-  }
-}
-
 TEST(StitchSession, FrameSizeChangingMidStreamKeepsThePanoramaSoFar) {
   // The sweep's first frames as pictures, then one of another size.
   const std::string dir = freshDir("changing");
-  {
-    auto sweep = FrameSource::open(sweepDir(), {});
-    std::vector<uint8_t> f;
-    for (int i = 0; i < 10 && sweep->next(f); ++i) {
-      cv::Mat bgr;
-      cv::cvtColor(cv::Mat(720 * 3 / 2, 1280, CV_8UC1, f.data()), bgr, cv::COLOR_YUV2BGR_NV21);
-      cv::imwrite(dir + "/f" + std::to_string(10 + i) + ".png", bgr);
-    }
-    cv::imwrite(dir + "/f99.png", texture(1282, 720, 3));
+  auto sweep = FrameSource::open(sweepDir(), {});
+  std::vector<uint8_t> f;
+  for (int i = 0; i < 10 && sweep->next(f); ++i) {
+    cv::Mat bgr;
+    cv::cvtColor(cv::Mat(720 * 3 / 2, 1280, CV_8UC1, f.data()), bgr, cv::COLOR_YUV2BGR_NV21);
+    cv::imwrite(dir + "/f" + std::to_string(10 + i) + ".png", bgr);
   }
-  StitchOptions opt;
-  opt.name = freshDir("changing_out") + "/pano";
-  opt.hints = false;
+  cv::imwrite(dir + "/f99.png", texture(1282, 720, 3));
   auto src = FrameSource::open(dir, {});
-  zolt::tools::StitchResult r;
-  zolt::tools::stitch(*src, opt, r);
+  const std::string out = freshDir("changing_out") + "/pano";
+  const zolt::tools::StitchResult r = stitch(*src, out);
   EXPECT_EQ(r.inputProblem, "'" + dir + "/f99.png' is 1282x720, the first image was 1280x720: "
                             "the frame size changed mid-stream");
   EXPECT_EQ(r.frames.size(), 10u);
   EXPECT_EQ(r.direction, MOVE_RIGHT);
-  EXPECT_EQ(r.panoramaPath, opt.name + ".jpg");
+  EXPECT_EQ(r.panoramaPath, out + ".jpg");
   EXPECT_GT(cv::imread(r.panoramaPath).cols, 1280);
+}
+
+TEST(StitchSession, CanvasThatDoesNotSuitTheSweepAxisIsRefused) {
+  auto src = FrameSource::open(sweepDir(), {});
+  StitchOptions opt;
+  opt.canvasWidth = 1280;
+  opt.canvasHeight = 4000;
+  EXPECT_EQ(thrown<StitchError>([&] { stitch(*src, freshDir("canvas") + "/pano", opt); }),
+            "canvas 1280x4000 does not suit a horizontal sweep of 1280x720 frames: it must be as "
+            "high as a frame and wider");
 }
