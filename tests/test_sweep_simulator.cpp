@@ -17,15 +17,7 @@
 #include "sim/sweep_simulator.h"
 #include "sim/sweep_writer.h"
 
-using zolt::sim::CameraModel;
-using zolt::sim::SimError;
-using zolt::sim::SimFrame;
-using zolt::sim::SweepConfig;
-using zolt::sim::SweepDirection;
-using zolt::sim::SweepReader;
-using zolt::sim::SweepSimulator;
-using zolt::sim::SweepWriter;
-using zolt::sim::TruthRecord;
+using namespace zolt::sim;
 
 namespace {
 
