@@ -20,12 +20,9 @@ cv::Mat randomImage(int rows, int cols, std::mt19937& rng, int levels = 256) {
 // second(y, x) = first(y + dy, x + dx): the strip at (x0, y0) of first sits at (x0 - dx, y0 - dy).
 cv::Mat shifted(const cv::Mat& first, int dx, int dy, std::mt19937& rng) {
   cv::Mat out = randomImage(first.rows, first.cols, rng);
-  for (int y = 0; y < out.rows; ++y)
-    for (int x = 0; x < out.cols; ++x) {
-      const int sx = x + dx, sy = y + dy;
-      if (sx >= 0 && sy >= 0 && sx < first.cols && sy < first.rows)
-        out.at<uint8_t>(y, x) = first.at<uint8_t>(sy, sx);
-    }
+  const cv::Size common(first.cols - std::abs(dx), first.rows - std::abs(dy));
+  first(cv::Rect(cv::Point(std::max(dx, 0), std::max(dy, 0)), common))
+      .copyTo(out(cv::Rect(cv::Point(std::max(-dx, 0), std::max(-dy, 0)), common)));
   return out;
 }
 
