@@ -108,20 +108,18 @@ SweepResult runOne(const sim::SweepConfig& cfg) {
     }
     if (tracker.moveDir != MOVE_NONE && tracker.bKeyFrame) {
       ++r.keyFrames;
-      const double ex = tracker.globalCamPoseX + (f.truth.x - fix.x);
-      const double ey = tracker.globalCamPoseY + (f.truth.y - fix.y);
-      r.errors.push_back(std::hypot(ex, ey));
       // Positions as displacements since the direction was fixed (the pose runs against them).
       const cv::Point2d truth(f.truth.x - fix.x, f.truth.y - fix.y);
       const cv::Point2d pose(-tracker.globalCamPoseX, -tracker.globalCamPoseY);
+      r.errors.push_back(cv::norm(pose - truth));
       const cv::Point2d truthStep = truth - prevTruth, poseStep = pose - prevPose;
       floorPos += cv::Point2d(std::round(truthStep.x), std::round(truthStep.y));
-      r.floorErrors.push_back(std::hypot(floorPos.x - truth.x, floorPos.y - truth.y));
-      r.stepErrors.push_back(std::hypot(poseStep.x - truthStep.x, poseStep.y - truthStep.y));
+      r.floorErrors.push_back(cv::norm(floorPos - truth));
+      r.stepErrors.push_back(cv::norm(poseStep - truthStep));
       prevTruth = truth;
       prevPose = pose;
       r.lastError = r.errors.back();
-      r.sweptLength = cfg.horizontalSweep() ? std::fabs(f.truth.x - fix.x) : std::fabs(f.truth.y - fix.y);
+      r.sweptLength = std::fabs(cfg.horizontalSweep() ? truth.x : truth.y);
     }
     img.freeData_FWBuffer();
   }
