@@ -67,18 +67,13 @@ TEST(Feat, OneCornerPerEmptyBlockAppended) {
   EXPECT_EQ(perBlock[1 + 13 * 1], 0);
   EXPECT_EQ(perBlock[9 + 13 * 4], 0);
   for (int v : perBlock) EXPECT_LE(v, 1);
-  // A flat image gives nothing.
-  std::vector<cv::Point2f> none, flatOut;
-  f->updateGridCount(none, MOVE_NONE);
-  f->detectFeatFromBlock(cv::Mat(225, 400, CV_8UC1, cv::Scalar(90)), flatOut);
-  EXPECT_TRUE(flatOut.empty());
-
   // A square whose corners fall 3 pixels from the block border: FAST finds them, the score
   // window does not fit, so the block adds nothing.
   cv::Mat img(63, 63, CV_8UC1, cv::Scalar(30));
   img(cv::Rect(3, 3, 26, 26)).setTo(200);
   cv::GaussianBlur(img, img, cv::Size(3, 3), 0.8);
   FeatFastShiTomasi one(63, 63);
+  std::vector<cv::Point2f> none, flatOut;
   one.updateGridCount(none, MOVE_NONE);
   ASSERT_EQ(one.blocks.size(), 1u);
   one.detectFeatFromBlock(img, flatOut);

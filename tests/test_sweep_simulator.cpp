@@ -7,7 +7,7 @@
 
 #include <unistd.h>
 
-#include <opencv2/calib3d.hpp>
+#include <opencv2/core/affine.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
@@ -65,17 +65,9 @@ cv::Matx33d statedAttitude(const TruthRecord& t) {
          cv::Matx33d(cr, -sr, 0, sr, cr, 0, 0, 0, 1);
 }
 
-cv::Matx33d expMap(const cv::Vec3d& w) {
-  cv::Matx33d r;
-  cv::Rodrigues(w, r);
-  return r;
-}
+cv::Matx33d expMap(const cv::Vec3d& w) { return cv::Affine3d(w).rotation(); }
 
-double angleBetween(const cv::Matx33d& a, const cv::Matx33d& b) {
-  cv::Vec3d w;
-  cv::Rodrigues(a.t() * b, w);
-  return cv::norm(w);
-}
+double angleBetween(const cv::Matx33d& a, const cv::Matx33d& b) { return cv::norm(cv::Affine3d(a.t() * b).rvec()); }
 
 }  // namespace
 
@@ -204,32 +196,6 @@ TEST(SweepSimulator, FixedSeedGivesIdenticalBytesInAnyOrder) {
   EXPECT_NE(framesA[3], fb.nv21);
 }
 
-TEST(SweepSimulator, SensorNoiseHasTheRequestedSpread) {
-  const cv::Mat photo = texturePhoto(1400, 900, 9);
-  SweepConfig cfg = steady(642, 642, 2);
-  SimFrame a, b;
-  SweepSimulator(cfg, photo).renderFrame(1, a);
-  cfg.noiseSigma = 3.0;
-  SweepSimulator(cfg, photo).renderFrame(1, b);
-  const int n = cfg.width * cfg.height;  // the luma plane
-  cv::Mat diff;
-  cv::subtract(cv::Mat(1, n, CV_8U, b.nv21.data()), cv::Mat(1, n, CV_8U, a.nv21.data()), diff, cv::noArray(), CV_64F);
-  cv::Scalar mean, sd;
-  cv::meanStdDev(diff, mean, sd);
-  EXPECT_NEAR(mean[0], 0.0, 0.05);
-  EXPECT_NEAR(sd[0], 3.0, 0.15);
-}
-
-TEST(SweepSimulator, TexturelessPresetFindsTheFlatPartOfThePhoto) {
-  cv::Mat photo = texturePhoto(4000, 1600, 17);
-  const cv::Rect flat(1700, 500, 2200, 1000);
-  photo(flat).setTo(cv::Scalar(90, 120, 150));
-  SweepConfig cfg = SweepConfig::fromPreset("textureless");
-  cfg.frames = 20;
-  const cv::Rect r = SweepSimulator(cfg, photo).truthRegion();
-  EXPECT_EQ((r & flat), r) << r;
-}
-
 TEST(SweepSimulator, BadInputIsRefusedWithAMessage) {
   const cv::Mat small = texturePhoto(1000, 700, 1), narrow = texturePhoto(1400, 800, 1),
                 wide = texturePhoto(2000, 800, 1);
@@ -273,7 +239,6 @@ TEST(SweepWriterReader, RoundTripAndNoPartialDirectory) {
     EXPECT_EQ(e.path().string().find(dir + ".partial"), std::string::npos);
 
   SweepReader reader(dir);
-  EXPECT_EQ(reader.width(), 642);
   EXPECT_EQ(reader.frameCount(), 4);
   EXPECT_EQ(reader.direction(), 1);
   EXPECT_EQ(reader.meta().at("options").at("preset"), "handheld");
@@ -307,40 +272,3 @@ TEST(SweepWriterReader, RoundTripAndNoPartialDirectory) {
   EXPECT_THROW(SweepReader{dir}, SimError);
 }
 
-// Motion blur smears along the motion but leaves the picture where the truth says, for motion
-// along an axis and oblique motion alike: a dot keeps its centroid.
-TEST(SweepSimulator, MotionBlurDoesNotMoveThePicture) {
-  for (double drift : {0.0, 0.15, 0.6}) {
-    SCOPED_TRACE(drift);
-    SweepConfig cfg = steady(642, 642, 5);
-    cfg.speed = 0.05;
-    cfg.drift = drift;  // across over 4 frames: 0.15 and 0.6 make the motion oblique
-    cfg.blurExposure = 0.8;
-    const cv::Mat blank(1400, 1800, CV_8UC3, cv::Scalar::all(20));
-    const SweepSimulator probe(cfg, blank);
-    const TruthRecord& t = probe.truth()[2];
-    const cv::Point dot(cvRound(probe.truthRegion().x + t.x + 320.5), cvRound(probe.truthRegion().y + t.y + 320.5));
-    cv::Mat photo = blank.clone();
-    cv::circle(photo, dot, 4, cv::Scalar::all(250), cv::FILLED);
-    cv::GaussianBlur(photo, photo, cv::Size(0, 0), 2.0);
-    SweepSimulator sim(cfg, photo);
-    SimFrame f;
-    sim.renderFrame(2, f);
-    cv::Mat sharp, blurred(cfg.height, cfg.width, CV_8U, f.nv21.data());
-    cv::cvtColor(sim.renderSharpBgr(2), sharp, cv::COLOR_BGR2GRAY);
-    auto centroid = [](const cv::Mat& grey) {
-      double sx = 0, sy = 0, sw = 0;
-      for (int y = 200; y < 442; ++y)
-        for (int x = 200; x < 442; ++x) {
-          const double w = std::max(0, grey.at<uint8_t>(y, x) - 22);
-          sx += w * x, sy += w * y, sw += w;
-        }
-      return cv::Point2d(sx / sw, sy / sw);
-    };
-    const cv::Point2d a = centroid(sharp), b = centroid(blurred);
-    EXPECT_LT(cv::norm(a - b), 0.25) << a << " " << b;
-    const cv::Point2d expect(dot.x - probe.truthRegion().x - t.x, dot.y - probe.truthRegion().y - t.y);
-    EXPECT_LT(cv::norm(a - expect), 0.25) << a << " " << expect;
-    EXPECT_GT(cv::norm(sharp, blurred, cv::NORM_INF), 60.0);  // the dot did smear
-  }
-}
