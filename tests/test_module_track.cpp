@@ -267,7 +267,7 @@ class ModuleTrackSweep : public ::testing::Test {
   void SetUp() override { ASSERT_TRUE(sweep.ok()); }
   bool track(ModuleTrack& t, double x, double y) { return t.tracking(sweep.at(x, y), e, r); }
   PhotoSweep sweep{kPhoto, 1280, 720, 0.7};
-  double e[3] = {}, r[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};  // gyro angles and rotation, unused by vision
+  double e[3] = {}, r[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};  // Euler angles and rotation matrix for tracking()
 };
 
 // Whole-pixel steps are tracked exactly. Some sweeps then turn: back up by 60 pixels (18.75 at
