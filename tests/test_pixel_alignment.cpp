@@ -112,7 +112,7 @@ TEST(PixelAlignment, VectorKernelsMatchTheReference) {
     const int levels = t % 3 == 0 ? 2 : (t % 3 == 1 ? 16 : 256);
     const cv::Mat a = randomImage(rows, cols, rng, levels), b = t % 5 ? randomImage(rows, cols, rng, levels) : a;
     const bool vertical = t % 2 == 0;
-    const int rangeX = u(rng) / 60 - (t % 17 == 0 ? 20 : 0);  // negative: no shift to try
+    const int rangeX = u(rng) / 60 - (t % 17 == 0 ? 20 : 0);  // every 17th mostly negative: no shift
     const In in{cols / 2 + u(rng) * cols / 2500, rows / 2 + u(rng) * rows / 2500, u(rng) / 100, u(rng) / 100,
                 vertical ? (t % 11 == 0 ? 3 + t % 9 : 8) : cols / 2 + u(rng) * cols / 2000,
                 vertical ? rows / 2 + u(rng) * rows / 2000 : (t % 11 == 0 ? 1 + t % 12 : 8),
@@ -125,8 +125,7 @@ TEST(PixelAlignment, VectorKernelsMatchTheReference) {
   EXPECT_GT(searched, 300);  // the cases are not all rejections
   // The tracker's own shapes: the 8 x 192 vertical strip and the 384 x 8 horizontal one at full
   // resolution, near and far from the borders.
-  const cv::Mat a = randomImage(720, 1280, rng, 32);
-  const cv::Mat b = shifted(a, 7, -4, rng);
+  const cv::Mat a = randomImage(720, 1280, rng, 32), b = shifted(a, 7, -4, rng);
   PixelAlignment pa(1280);
   for (const In& in : {vInput(640, 360, 0, 0, 448), vInput(640, 230, 6, -3, 448), vInput(640, 700, -9, 2, 448),
                        hInput(640, 360, 0, 0, 768), hInput(100, 360, 1, 1, 768), hInput(1270, 360, 3, -6, 768)}) {
