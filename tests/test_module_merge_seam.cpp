@@ -24,8 +24,7 @@ TEST(ModuleMergeSeam, WhichMinTies) {
 
 TEST(ModuleMergeSeam, BoxFilter) {
   ModuleMerge m(1280, 720);
-  std::vector<float> prefix;
-  std::vector<float> row = {1, 2, 3, 4, 5, 6};
+  std::vector<float> prefix, row = {1, 2, 3, 4, 5, 6};
   m.oneDimensionBoxFilterX(row.data(), 6, prefix, 1);
   EXPECT_EQ(row, (std::vector<float>{1, 2.5f, 3.5f, 4.5f, 5.5f, 6}));
   row = {1, 2, 3, 4, 5, 6};

@@ -46,7 +46,6 @@ TEST(NV21Img, CreateOwnsOneBufferWithPlanesAndViews) {
   EXPECT_NE(img.yPlane, first);
   EXPECT_EQ(img.width, 8);
   free(first);
-  img.nvCreate(2, 2);
   img.freeData();
 }
 

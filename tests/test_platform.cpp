@@ -1,4 +1,4 @@
-// The platform layer: system properties, log lines, clocks, the tuned OpenCV entry points.
+// The platform layer: system properties and the tuned OpenCV entry points.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -6,11 +6,8 @@
 #include <opencv2/imgproc.hpp>
 #include <opencv2/video/tracking.hpp>
 
-#include "platform/clock.h"
 #include "platform/cv_tuned.h"
-#include "platform/log.h"
 #include "platform/system_property.h"
-#include "support/log_capture.h"
 
 TEST(Platform, SystemPropertiesComeFromTheTableThenTheEnvironment) {
   EXPECT_EQ(zolt::systemProperty("ro.zolt.test.unset"), "");
@@ -26,24 +23,6 @@ TEST(Platform, SystemPropertiesComeFromTheTableThenTheEnvironment) {
   // Values longer than a property holds are cut to fit with the terminator.
   zolt::setSystemProperty("ro.zolt.test.long", std::string(200, 'x'));
   EXPECT_EQ(__system_property_get("ro.zolt.test.long", value), ZOLT_PROP_VALUE_MAX - 1);
-}
-
-TEST(Platform, LogLinesCarryTheTagAndPriority) {
-  zolt::test::LogCapture log;
-  ZLOGI("info %d", 1);
-  ZLOGW("warn %s", "x");
-  ZLOGE("error");
-  std::vector<std::string> seen;
-  for (const auto& l : log.lines()) seen.push_back(l.tag + " " + std::to_string(l.priority) + " " + l.message);
-  EXPECT_EQ(seen, (std::vector<std::string>{"PanoEngine 4 info 1", "PanoEngine 5 warn x",
-                                             "PanoEngine 6 error"}));
-}
-
-TEST(Platform, ClocksAdvance) {
-  EXPECT_GT(zolt::wallClockMs(), 1600000000000LL);  // after 2020, in milliseconds
-  EXPECT_GT(zolt::tickFrequency(), 0.0);
-  const int64_t k0 = zolt::ticks();
-  EXPECT_GE(zolt::ticks(), k0);
 }
 
 // Without the vendor variants the entry points are exactly the standard functions.

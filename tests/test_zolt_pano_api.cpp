@@ -1,6 +1,7 @@
 // The C interface's fixed parts: the version and its log lines, the stubs, the record layout.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstddef>
 #include <cstring>
 
@@ -14,9 +15,8 @@ TEST(ZoltPanoApi, VersionIsOneStaticStringAndLogsTheBuild) {
   EXPECT_STREQ(a, "ZOLT_PANO_v3.7");
   const std::string expected =
       std::string("ZOLT Pano Library Version: ZOLT_PANO_v3.7__") + __DATE__ + "__";
-  const auto lines = log.lines();
-  ASSERT_EQ(lines.size(), 2u);
-  const auto& line = lines[0];
+  ASSERT_EQ(log.lines().size(), 2u);
+  const auto line = log.lines()[0];
   EXPECT_EQ(line.tag, "PanoEngine");
   EXPECT_EQ(line.priority, ANDROID_LOG_INFO);
   EXPECT_EQ(line.message.rfind(expected, 0), 0u) << line.message;
@@ -47,17 +47,11 @@ TEST(ZoltPanoApi, RecordsKeepTheirWordLayout) {
     EXPECT_EQ(sizeof(__tag_ZOLT_OFFSCREEN), 20u);
   }
   // A caller that fills the record as raw words gets the fields it meant.
-  int32_t words[16] = {0};
-  words[8] = 3;
-  words[13] = 1920;
-  words[14] = 1080;
-  words[15] = 90;
+  const int32_t words[16] = {0, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 0, 1920, 1080, 90};
   tag_ZOLT_PANO_INIT_PARAM p;
   std::memcpy(&p, words, sizeof p);
-  EXPECT_EQ(p.mode, 3);
-  EXPECT_EQ(p.previewWidth, 1920);
-  EXPECT_EQ(p.previewHeight, 1080);
-  EXPECT_EQ(p.camOrientation, 90);
+  EXPECT_EQ((std::array<int32_t, 4>{p.mode, p.previewWidth, p.previewHeight, p.camOrientation}),
+            (std::array<int32_t, 4>{3, 1920, 1080, 90}));
   EXPECT_EQ(MOVE_UP, 4);
   EXPECT_EQ(WARN_TRACE_LITTLE_QUICK, 0x8080);
 }
