@@ -161,10 +161,9 @@ TEST(ModuleMergeBlend, VectorColumnRampsMatchReference) {
     std::vector<uint8_t> canvas0(pw * ph * 3 / 2), frame(fw * fh * 3 / 2);
     std::vector<int> seam(pw);
     std::vector<int8_t> level(pw);
-    // Canvas planes, pw, frame planes, fw; the rest per iteration.
-    zolt::ColumnRamps r{nullptr, nullptr, pw, frame.data(), frame.data() + fw * fh, fw};
-    r.seam = seam.data();
-    r.level = level.data();
+    // Canvas planes, columns, offsets and side are set per iteration.
+    zolt::ColumnRamps r{nullptr, nullptr, pw, frame.data(), frame.data() + fw * fh, fw,
+                        0, 0, 0, 0, seam.data(), level.data(), false};
     for (int iter = 0; iter < 24; ++iter) {
       for (auto& b : canvas0) b = static_cast<uint8_t>(rng());
       for (auto& b : frame) b = static_cast<uint8_t>(rng());

@@ -59,8 +59,10 @@ TEST_F(Engine, ErrorGateStopsOnlyOnAFullCanvas) {
     EXPECT_EQ(code, WARN_MOVE_SLOPE);
     const auto lines = log.lines();
     ASSERT_EQ(lines.size(), *c.line ? 1u : 0u);
-    if (*c.line) EXPECT_EQ(lines[0].priority, ANDROID_LOG_INFO);
-    if (*c.line) EXPECT_EQ(lines[0].message, c.line + std::string(30, '*'));
+    if (*c.line) {
+      EXPECT_EQ(lines[0].priority, ANDROID_LOG_INFO);
+      EXPECT_EQ(lines[0].message, c.line + std::string(30, '*'));
+    }
   }
 }
 
