@@ -1,10 +1,10 @@
 // Small NV21 canvases and frames for the merger tests.
 #pragma once
 
+#include <cctype>
 #include <cstdint>
 #include <functional>
 #include <random>
-#include <cctype>
 #include <string>
 
 #include <opencv2/core.hpp>

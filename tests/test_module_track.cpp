@@ -12,6 +12,7 @@
 #include "sim/sweep_simulator.h"
 #include "support/log_capture.h"
 #include "support/photo_sweep.h"
+#include "support/sim_sweep.h"
 
 namespace {
 
@@ -386,12 +387,8 @@ struct SimRun {
 };
 
 SimRun simulate(const std::string& preset, const std::string& photo, int frames, double photoScale = 1.0) {
-  zolt::sim::SweepConfig cfg = zolt::sim::SweepConfig::fromPreset(preset);
-  cfg.width = 1280;
-  cfg.height = 720;
-  cfg.frames = frames;
-  cfg.photoPath = "/usr/share/backgrounds/" + photo;
-  cfg.photoScale = photoScale;
+  const zolt::sim::SweepConfig cfg =
+      zolt::test::simSweep(preset, "/usr/share/backgrounds/" + photo, frames, photoScale);
   zolt::sim::SweepSimulator sim(cfg);
   ModuleTrack t(cfg.width, cfg.height);
   LogCapture quiet;

@@ -14,6 +14,7 @@
 
 #include "sim/sweep_simulator.h"
 #include "sim/sweep_writer.h"
+#include "support/sim_sweep.h"
 #include "tools/frame_source.h"
 #include "tools/stitch_session.h"
 
@@ -71,12 +72,7 @@ const std::string& sweepDir() {
     root = freshDir("sweep" + std::to_string(::getpid()));
     std::atexit([] { fs::remove_all(root); });
     const std::string d = root + "/s";
-    auto cfg = zolt::sim::SweepConfig::fromPreset("steady");
-    cfg.photoPath = kPhoto;
-    cfg.width = 1280;
-    cfg.height = 720;
-    cfg.frames = 20;
-    zolt::sim::SweepSimulator sim(cfg);
+    zolt::sim::SweepSimulator sim(zolt::test::simSweep("steady", kPhoto, 20));
     zolt::sim::SweepWriter::write(sim, d);
     return d;
   }();

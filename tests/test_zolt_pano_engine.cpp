@@ -12,6 +12,7 @@
 #include "sim/sweep_simulator.h"
 #include "support/log_capture.h"
 #include "support/nv21_buffer.h"
+#include "support/sim_sweep.h"
 #include "zolt_pano.h"
 
 namespace {
@@ -83,12 +84,7 @@ TEST(ZoltPanoEngine, InitialRefusesSmallPreviewsAndNeedsNoGyroscope) {
 // the direction decided, key frames merged, and the saved JPEG (the name as it stands plus
 // ".jpg") shows the scene.
 TEST(ZoltPanoEngine, SteadySweepBuildsThePanoramaOfTheScene) {
-  auto cfg = zolt::sim::SweepConfig::fromPreset("steady");
-  cfg.photoPath = kPhoto;
-  cfg.width = 1280;
-  cfg.height = 720;
-  cfg.frames = 40;
-  zolt::sim::SweepSimulator sim(cfg);
+  zolt::sim::SweepSimulator sim(zolt::test::simSweep("steady", kPhoto, 40));
   const int w = sim.width(), h = sim.height();
   zolt::test::Nv21Buffer canvas(3 * w, h, 0, 0);
   zolt::test::LogCapture log;
