@@ -14,6 +14,7 @@
 #include <opencv2/video/tracking.hpp>
 
 #include "tests/support/photo_sweep.h"
+#include "sensor/sensor_handle.h"
 #include "tracker/module_track.h"
 
 namespace {
@@ -171,5 +172,71 @@ void BM_StageFullResCopy(benchmark::State& state) {
   for (auto _ : state) std::memcpy(dst.data, p.full0.data, p.full0.total());
 }
 BENCHMARK(BM_StageFullResCopy)->Unit(benchmark::kMicrosecond);
+
+// --- the gyroscope offset, on the same two frames at 1920 x 1080 ------------------------------
+// The attitudes turn the camera by the frames' step (24 full-resolution pixels to the right);
+// the tracker only asks whether a gyroscope exists, so a stand-in handle says yes.
+
+struct ImuPair {
+  Pair& p = pairFor(1920);
+  std::unique_ptr<ModuleTrack> t = std::make_unique<ModuleTrack>(1920, 1080);
+  NV21Img img;
+  __tag_ZOLT_OFFSCREEN buf;
+  char tag = 0;
+  ImuPair() {
+    const double yaw = std::atan(24.0 * t->scale / t->fx);
+    // A turn about the phone's x axis by -yaw is a right turn of the landscape camera.
+    const double pre[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    const double cur[9] = {1, 0, 0, 0, std::cos(yaw), std::sin(yaw), 0, -std::sin(yaw), std::cos(yaw)};
+    std::copy(pre, pre + 9, t->preRMatGyro);
+    std::copy(cur, cur + 9, t->curRMatGyro);
+    t->moveDir = MOVE_RIGHT;
+    t->trackCnt = 2;
+    p.small0.copyTo(t->preImg);
+    p.small1.copyTo(t->curImg);
+    p.full0.copyTo(t->preImgHighRes);
+    sweepFor(1920).wrap(11, img, buf);
+  }
+};
+
+void BM_ImuOffset(benchmark::State& state) {
+  ImuPair s;
+  __android_log_set_logger(quietLogger);
+  SensorInterface* saved = pSensorHandle;
+  pSensorHandle = reinterpret_cast<SensorInterface*>(&s.tag);
+  double x = 0, y = 0;
+  for (auto _ : state) benchmark::DoNotOptimize(s.t->ComputeOffXY_IMU(x, y, s.img));
+  pSensorHandle = saved;
+  __android_log_set_logger(__android_log_stderr_logger);
+  state.counters["offX_fullres"] = x / s.t->scale;
+}
+BENCHMARK(BM_ImuOffset)->Unit(benchmark::kMicrosecond);
+
+void BM_ImuPrediction(benchmark::State& state) {
+  ImuPair s;
+  double x = 0, y = 0;
+  for (auto _ : state) {
+    s.t->predictOffXY_IMU(ModuleTrack::gyroToCameraAxes(s.t->preRMatGyro),
+                          ModuleTrack::gyroToCameraAxes(s.t->curRMatGyro), x, y);
+    benchmark::DoNotOptimize(x);
+  }
+}
+BENCHMARK(BM_ImuPrediction)->Unit(benchmark::kMicrosecond);
+
+void BM_ImuLowResSearch(benchmark::State& state) {
+  ImuPair s;
+  for (auto _ : state)
+    benchmark::DoNotOptimize(s.t->searchStripIMU(s.t->curImg, s.t->preImg, -5, 0, 200, 16, 8));
+}
+BENCHMARK(BM_ImuLowResSearch)->Unit(benchmark::kMicrosecond);
+
+void BM_ImuHighResSearch(benchmark::State& state) {
+  ImuPair s;
+  const cv::Mat frame(1080, 1920, CV_8UC1, s.img.yPlane);
+  for (auto _ : state)
+    benchmark::DoNotOptimize(
+        s.t->searchStripIMU(frame, s.t->preImgHighRes, -24, 0, s.t->roundedHeight60, 16, 8));
+}
+BENCHMARK(BM_ImuHighResSearch)->Unit(benchmark::kMicrosecond);
 
 }  // namespace

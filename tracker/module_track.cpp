@@ -283,8 +283,7 @@ bool ModuleTrack::estimate_direction(NV21Img& img, cv::Mat cur, double* eulerAng
     curPts.clear();
     meanOffX = 0.0;
     meanOffY = 0.0;
-    // With a gyroscope the offset comes from ComputeOffXY_IMU, which arrives with the
-    // gyroscope support; until then pSensorHandle is never set and this point is not reached.
+    ComputeOffXY_IMU(meanOffX, meanOffY, img);
   }
   ZLOGI("Error codes JustifyUI used");
   const int ok = JustifyUI_Error_codes();
@@ -323,7 +322,7 @@ bool ModuleTrack::tracking_frames(cv::Mat cur, NV21Img& img, double* eulerAngles
     meanOffY = 0.0;
     prePts.clear();
     curPts.clear();
-    // ComputeOffXY_IMU goes here with the gyroscope support (see estimate_direction).
+    ComputeOffXY_IMU(meanOffX, meanOffY, img);
   }
   ZLOGW("Error codes JustifyUI used");
   if (!JustifyUI_Error_codes()) {

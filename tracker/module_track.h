@@ -133,6 +133,26 @@ class ZOLT_PANO_EXPORT ModuleTrack {
   bool PtsFilteringByRansac();
   void UpdateMeanXYByPts();
 
+  // Gyroscope offset (module_track_imu.cpp). 0 without a gyroscope (offsets untouched), else 1
+  // with the offset, low-resolution pixels, reference minus current position.
+  int ComputeOffXY_IMU(double& offX, double& offY, NV21Img& img);
+  // The offset that the rotation from the reference's to the current frame's camera attitude
+  // (both in camera axes, see gyroToCameraAxes) predicts, low-resolution pixels.
+  void predictOffXY_IMU(const cv::Matx33d& preRMat, const cv::Matx33d& curRMat, double& offX,
+                        double& offY) const;
+  // A gyroscope attitude (row-major 3 x 3, phone sensor axes) in the camera's axes.
+  static cv::Matx33d gyroToCameraAxes(const double* rotGyro);
+  // The gyroscope path's strip search: cur's centre strip found in ref around the shift
+  // (predX, predY); the strip is `stripAlong` long along the sweep (a vertical strip for a
+  // horizontal sweep, a horizontal one otherwise), the reach in pixels along and across it.
+  PixelAlignment::Result searchStripIMU(const cv::Mat& cur, const cv::Mat& ref, int predX,
+                                        int predY, int stripAlong, int rangeAlong,
+                                        int rangeAcross);
+  // Pitch, yaw, roll (radians) to a row-major 3 x 3 rotation in R. Kept for callers; unused here.
+  void covertEularAngle(double* angles, cv::Mat& R);
+  // Clamps the accumulated pose across the sweep to poseLimit and sets the up/down UI state.
+  void regularizeCamPose();
+
   // Movement checks (module_track_checks.cpp).
   int JustifyUI_Error_codes();
   int Offset_expected_dir_err_check();

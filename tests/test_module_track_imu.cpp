@@ -1,0 +1,237 @@
+// The tracker's gyroscope offset: the prediction through the rotation homography, the strip
+// refinements at low and full resolution, and the driver's fall-back when vision fails.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+
+#include "sensor/sensor_handle.h"
+#include "support/log_capture.h"
+#include "tracker/module_track.h"
+
+namespace {
+
+using zolt::test::LogCapture;
+
+// The tracker only asks whether a gyroscope exists; a stand-in handle answers yes.
+class GyroPresent {
+ public:
+  GyroPresent() : saved_(pSensorHandle) { pSensorHandle = reinterpret_cast<SensorInterface*>(&tag_); }
+  ~GyroPresent() { pSensorHandle = saved_; }
+
+ private:
+  SensorInterface* saved_;
+  char tag_ = 0;
+};
+
+const cv::Matx33d kT(0, -1, 0, -1, 0, 0, 0, 0, -1);  // camera <-> phone sensor axes
+
+// A preview frame of one grey level, owning its planes.
+struct FlatFrame {
+  NV21Img img;
+  FlatFrame() { img.nvCreate(720, 1280); }
+  ~FlatFrame() { img.freeData(); }
+  NV21Img& flat(uint8_t v) {
+    std::fill(img.yPlane, img.yPlane + img.vuSize() * 2, v);
+    return img;
+  }
+};
+
+cv::Matx33d rotY(double a) { return {std::cos(a), 0, std::sin(a), 0, 1, 0, -std::sin(a), 0, std::cos(a)}; }
+cv::Matx33d rotX(double a) { return {1, 0, 0, 0, std::cos(a), -std::sin(a), 0, std::sin(a), std::cos(a)}; }
+cv::Matx33d rotZ(double a) { return {std::cos(a), -std::sin(a), 0, std::sin(a), std::cos(a), 0, 0, 0, 1}; }
+
+// A camera-axis attitude as the gyroscope reports it, in the phone's sensor axes.
+void asGyro(const cv::Matx33d& camera, double* out) {
+  const cv::Matx33d g = kT * camera * kT;
+  std::copy(g.val, g.val + 9, out);
+}
+
+TEST(ModuleTrackImu, WithoutAGyroscopeNothingIsMeasured) {
+  LogCapture log;
+  ModuleTrack t(1280, 720);
+  FlatFrame sweep;
+  double x = 3.5, y = -2.0;
+  EXPECT_EQ(t.ComputeOffXY_IMU(x, y, sweep.flat(90)), 0);
+  EXPECT_EQ(x, 3.5);
+  EXPECT_EQ(y, -2.0);
+  EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "=============== Sensor handle not initialized in ComputeOffXY_IMU "));
+}
+
+// The rotation between two attitudes predicts where the current view's centre lies in the
+// reference: turning right moves it right (a positive offset, as vision measures it), turning
+// down moves it down, a roll about the optical axis leaves it in place.
+TEST(ModuleTrackImu, RotationPredictsTheOffsetWithItsSignAndSize) {
+  ModuleTrack t(1920, 1080);
+  const double a = 0.05;
+  const struct {
+    cv::Matx33d pre, cur;
+    double offX, offY;
+  } cases[] = {{cv::Matx33d::eye(), cv::Matx33d::eye(), 0.0, 0.0},
+               {rotY(0.3) * rotX(0.1), rotY(0.3) * rotX(0.1), 0.0, 0.0},
+               {cv::Matx33d::eye(), rotY(a), t.fx * std::tan(a), 0.0},
+               {rotY(0.2), rotY(0.2 - a), -t.fx * std::tan(a), 0.0},
+               {cv::Matx33d::eye(), rotX(-a), 0.0, t.fy * std::tan(a)},  // pitch down
+               {cv::Matx33d::eye(), rotZ(0.2), 0.0, 0.0}};
+  for (const auto& c : cases) {
+    double pre[9], cur[9], x = 99, y = 99;
+    asGyro(c.pre, pre);
+    asGyro(c.cur, cur);
+    t.predictOffXY_IMU(ModuleTrack::gyroToCameraAxes(pre), ModuleTrack::gyroToCameraAxes(cur), x, y);
+    EXPECT_NEAR(x, c.offX, 1e-9);
+    EXPECT_NEAR(y, c.offY, 1e-9);
+  }
+  // Identical attitudes predict exactly nothing.
+  double same[9];
+  asGyro(rotY(0.3) * rotX(0.1) * rotZ(0.02), same);
+  double x = 1, y = 1;
+  t.predictOffXY_IMU(ModuleTrack::gyroToCameraAxes(same), ModuleTrack::gyroToCameraAxes(same), x, y);
+  EXPECT_EQ(x, 0.0);
+  EXPECT_EQ(y, 0.0);
+  // In the phone's own axes: held in landscape, a right sweep turns about the phone's x axis
+  // by a negative angle (the gyroscope shows a negative x rate).
+  const cv::Matx33d id = cv::Matx33d::eye();
+  double r[9];
+  const cv::Matx33d aboutX(1, 0, 0, 0, std::cos(-a), -std::sin(-a), 0, std::sin(-a), std::cos(-a));
+  std::copy(aboutX.val, aboutX.val + 9, r);
+  t.predictOffXY_IMU(ModuleTrack::gyroToCameraAxes(id.val), ModuleTrack::gyroToCameraAxes(r), x, y);
+  EXPECT_NEAR(x, t.fx * std::tan(a), 1e-9);
+  EXPECT_NEAR(y, 0.0, 1e-9);
+}
+
+// Random two-level texture, grey +- d, whose pixels in `balanced` are exactly half above and
+// half below: there the texture measure is exactly d.
+cv::Mat twoLevels(cv::Size size, int d, cv::Rect balanced, uint32_t seed) {
+  std::mt19937 rng(seed);
+  cv::Mat img(size, CV_8UC1);
+  for (int y = 0; y < size.height; ++y)
+    for (int x = 0; x < size.width; ++x) img.at<uint8_t>(y, x) = (rng() & 1) ? 128 + d : 128 - d;
+  for (int y = balanced.y; y < balanced.br().y; ++y) {
+    uint8_t* row = img.ptr<uint8_t>(y) + balanced.x;
+    for (int x = 0; x < balanced.width; ++x) row[x] = x % 2 ? 128 + d : 128 - d;
+    std::shuffle(row, row + balanced.width, rng);
+  }
+  return img;
+}
+
+// What the reference saw: img with its content moved by (sx, sy), fresh texture where it came in.
+cv::Mat moved(const cv::Mat& img, int sx, int sy, int d, uint32_t seed) {
+  cv::Mat out = twoLevels(img.size(), d, {}, seed);
+  const cv::Rect src(std::max(0, -sx), std::max(0, -sy), img.cols - std::abs(sx), img.rows - std::abs(sy));
+  img(src).copyTo(out(src + cv::Point(sx, sy)));
+  return out;
+}
+
+// At low resolution the texture of the centre strip sets how far the search reaches: 16 pixels
+// along the sweep above a measure of 20, 8 up to 20, 4 up to 12, none at 10 or below; the first
+// tracked frame reaches further. The full-resolution frame is flat here, so it keeps the result.
+TEST(ModuleTrackImu, LowResolutionSearchReachesAsFarAsTheTextureAllows) {
+  GyroPresent gyro;
+  const struct {
+    int d, shift, trackCnt;
+    bool found;
+  } cases[] = {{21, 16, 2, true}, {20, 16, 2, false}, {20, 8, 2, true}, {12, 8, 2, false},
+               {12, 4, 2, true},  {11, 4, 2, true},   {10, 4, 2, false}, {21, 30, 1, true},
+               {21, 30, 2, false}};
+  FlatFrame frame;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << "d " << c.d << " shift " << c.shift << " trackCnt " << c.trackCnt);
+    ModuleTrack t(1280, 720);
+    t.moveDir = MOVE_RIGHT;
+    t.trackCnt = c.trackCnt;
+    asGyro(cv::Matx33d::eye(), t.preRMatGyro);
+    asGyro(cv::Matx33d::eye(), t.curRMatGyro);
+    const cv::Rect strip(196, 12, 8, 200);
+    t.curImg = twoLevels(t.curImg.size(), c.d, strip, 7);
+    t.preImg = moved(t.curImg, c.shift, 0, c.d, 8);
+    LogCapture log;
+    double x = 0, y = 0;
+    EXPECT_EQ(t.ComputeOffXY_IMU(x, y, frame.flat(100)), 1);
+    EXPECT_EQ(x == c.shift && y == 0, c.found) << x << ", " << y;
+    const bool searched = c.d > 10;
+    EXPECT_EQ(log.contains(ANDROID_LOG_INFO, "Mean Variance [" + std::to_string(c.d) + ".000000] is below threshold. SAD is not applied"),
+              !searched);
+    if (!searched) {
+      EXPECT_EQ(x, 0.0);
+    }
+  }
+}
+
+// At full resolution the strip search starts from the low-resolution offset and gives whole
+// full-resolution pixels; a measure of 2 or less halves its reach, 1 or less skips it.
+TEST(ModuleTrackImu, FullResolutionSearchRefinesToWholePixels) {
+  GyroPresent gyro;
+  const struct {
+    int d, sx, sy;
+    bool found;
+  } cases[] = {{40, 13, -5, true}, {3, 13, -5, true}, {2, 13, -5, false}, {2, 7, -3, true}, {1, 3, 0, false}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << "d " << c.d << " shift " << c.sx << ", " << c.sy);
+    ModuleTrack t(1280, 720);
+    t.moveDir = MOVE_RIGHT;
+    t.trackCnt = 2;
+    asGyro(cv::Matx33d::eye(), t.preRMatGyro);
+    asGyro(cv::Matx33d::eye(), t.curRMatGyro);
+    t.curImg.setTo(100);  // flat: the low-resolution search is skipped, the prediction (0, 0) stands
+    t.preImg.setTo(100);
+    const cv::Mat luma = twoLevels({1280, 720}, c.d, {636, 136, 8, 448}, 11);
+    moved(luma, c.sx, c.sy, c.d, 12).copyTo(t.preImgHighRes);
+    NV21Img img;
+    img.nvCreate(720, 1280);
+    std::copy(luma.data, luma.data + luma.total(), img.yPlane);
+    LogCapture log;
+    double x = 0, y = 0;
+    t.ComputeOffXY_IMU(x, y, img);
+    EXPECT_EQ(x == c.sx * t.scale && y == c.sy * t.scale, c.found) << x / t.scale << ", " << y / t.scale;
+    if (c.d <= 1) {
+      EXPECT_EQ(x, 0.0);
+    }
+    EXPECT_EQ(log.contains(ANDROID_LOG_INFO, "Highres calculating mincost shift : Frame[0] and TrackCnt[2] strt[0 x 0]"),
+              c.d > 1);
+    img.freeData();
+  }
+}
+
+// Frames without texture: with a gyroscope the sweep goes on, with its direction, key frames
+// and position from the rotation; a jump beyond the too-quick limit is reported as such.
+TEST(ModuleTrackImu, DriverFallsBackToTheGyroscopeWhenVisionFails) {
+  FlatFrame sweep;
+  double e[3] = {0, 0, 0}, r[9];
+  LogCapture log;
+  {
+    ModuleTrack t(1280, 720);
+    asGyro(cv::Matx33d::eye(), r);
+    EXPECT_FALSE(t.tracking(sweep.flat(90), e, r) && t.tracking(sweep.flat(91), e, r));
+    EXPECT_EQ(t.errCode, ERR_TRACE_NO_FEATURE);  // no gyroscope: the flat frame ends the track
+  }
+  GyroPresent gyro;
+  ModuleTrack t(1280, 720);
+  const double step = 0.012;  // rad a frame: about 4 low-resolution pixels
+  int keyFrames = 0;
+  double yaw = 0.0;
+  for (int k = 0; k < 24; ++k) {
+    yaw = k * step;
+    asGyro(rotY(yaw), r);
+    EXPECT_TRUE(t.tracking(sweep.flat(static_cast<uint8_t>(90 + k % 3)), e, r)) << k;
+    EXPECT_NE(t.errCode, ERR_TRACE_NO_FEATURE) << k;
+    keyFrames += t.moveDir != MOVE_NONE && t.bKeyFrame;
+  }
+  EXPECT_EQ(t.moveDir, MOVE_RIGHT);
+  EXPECT_GE(keyFrames, 18);
+  // The camera's position follows the turn: each key frame after the one that fixed the
+  // direction (the fourth frame, the first beyond the threshold) moved the view centre
+  // fx tan(step) to the right (full-resolution pixels; the pose moves against the offset).
+  EXPECT_NEAR(-t.globalCamPoseX, 20 * t.fx / t.scale * std::tan(step), 1.0);
+  EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, "Mean Variance [0.000000] is below threshold. SAD is not applied"));
+
+  // A quick turn, then one beyond the too-quick limit (180 low-resolution pixels).
+  asGyro(rotY(yaw + 0.07), r);
+  t.tracking(sweep.flat(90), e, r);
+  EXPECT_EQ(t.errCode, WARN_TRACE_LITTLE_QUICK);
+  asGyro(rotY(yaw + 0.07 + 0.6), r);
+  EXPECT_FALSE(t.tracking(sweep.flat(91), e, r));
+  EXPECT_EQ(t.errCode, ERR_TRACE_TOO_QUICK);
+}
+
+}  // namespace
