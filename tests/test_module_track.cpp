@@ -6,10 +6,12 @@
 #include <cmath>
 #include <functional>
 #include <map>
+#include <optional>
 #include <random>
 
 #include "platform/system_property.h"
 #include "sim/sweep_simulator.h"
+#include "support/gyro_attitude.h"
 #include "support/log_capture.h"
 #include "support/photo_sweep.h"
 #include "support/sim_sweep.h"
@@ -246,11 +248,14 @@ struct FrameLog {
 };
 
 // Feeds `frames` frames; next(k, pos) gives frame k and its view position in full-resolution
-// pixels of the scene.
+// pixels of the scene. The gyroscope attitude handed in is `rot` as next() leaves it (the
+// identity when none is given).
 std::vector<FrameLog> run(ModuleTrack& t, int frames,
-                          const std::function<NV21Img&(int, cv::Point2d&)>& next) {
+                          const std::function<NV21Img&(int, cv::Point2d&)>& next,
+                          const double* rot = nullptr) {
   std::vector<FrameLog> out;
-  double e[3] = {0, 0, 0}, r[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+  double e[3] = {0, 0, 0}, identity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+  double* r = rot != nullptr ? const_cast<double*>(rot) : identity;
   cv::Point2d p, fix;
   bool fixed = false;
   for (int k = 0; k < frames; ++k) {
@@ -378,15 +383,17 @@ TEST_F(ModuleTrackSweep, PlatformPropertyChoosesTheResize) {
   zolt::setSystemProperty("ro.board.platform", "");
 }
 
-// The simulator's presets at 1280 x 720, vision only: frame codes counted, and the pose error
-// per key frame in full-resolution pixels.
+// The simulator's presets at 1280 x 720, by vision alone or with the sweep's gyroscope: frame
+// codes counted, the key frames, and the pose error per key frame in full-resolution pixels.
 struct SimRun {
   std::map<int, int> codes;
   int dir = MOVE_NONE;
+  std::vector<int> keyFrames;
   std::vector<double> errors;
 };
 
-SimRun simulate(const std::string& preset, const std::string& photo, int frames, double photoScale = 1.0) {
+SimRun simulate(const std::string& preset, const std::string& photo, int frames, double photoScale = 1.0,
+                bool gyro = false) {
   const zolt::sim::SweepConfig cfg =
       zolt::test::simSweep(preset, "/usr/share/backgrounds/" + photo, frames, photoScale);
   zolt::sim::SweepSimulator sim(cfg);
@@ -395,49 +402,80 @@ SimRun simulate(const std::string& preset, const std::string& photo, int frames,
   zolt::sim::SimFrame f;
   NV21Img img;
   SimRun out;
-  for (const FrameLog& l : run(t, frames, [&](int, cv::Point2d& p) -> NV21Img& {
-         sim.next(f);
-         __tag_ZOLT_OFFSCREEN buf{0, f.width, f.height, f.nv21.data(),
-                                  f.nv21.data() + static_cast<size_t>(f.width) * f.height};
-         img.nvCreate_shared_instance(&buf);
-         p = {f.truth.x, f.truth.y};
-         return img;
-       })) {
+  std::optional<zolt::test::GyroPresent> present;
+  if (gyro) present.emplace();
+  zolt::test::GyroAttitude attitude;
+  double rot[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+  int k = 0;
+  for (const FrameLog& l : run(
+           t, frames,
+           [&](int, cv::Point2d& p) -> NV21Img& {
+             sim.next(f);
+             __tag_ZOLT_OFFSCREEN buf{0, f.width, f.height, f.nv21.data(),
+                                      f.nv21.data() + static_cast<size_t>(f.width) * f.height};
+             img.nvCreate_shared_instance(&buf);
+             p = {f.truth.x, f.truth.y};
+             if (gyro) attitude.advance(f.gyro, rot);
+             return img;
+           },
+           rot)) {
     ++out.codes[l.code];
+    if (l.selected) out.keyFrames.push_back(k);
     if (l.selected) out.errors.push_back(std::hypot(l.poseX - l.truthX, l.poseY - l.truthY));
+    ++k;
   }
   img.freeData_FWBuffer();
   out.dir = t.moveDir;
   return out;
 }
 
-// Each preset is built to raise its codes in the engine (here in at least so many frames); the
-// clean ones raise nothing else, and their key frames' offsets are whole full-resolution pixels:
-// at most half a pixel per axis is lost per key frame, plus the sub-pixel position of the frame
-// that fixed the direction.
+// Each preset is built to raise its codes in the engine (here in at least so many frames, and
+// some never); the clean ones raise nothing else, and their key frames' offsets are whole
+// full-resolution pixels: at most half a pixel per axis is lost per key frame, plus the
+// sub-pixel position of the frame that fixed the direction. With the gyroscope, vision still
+// leads: a sweep that vision follows gives the same key frames and codes; where vision fails
+// the gyroscope carries the sweep on (textureless) and measures what vision cannot (too-fast).
 TEST(ModuleTrackSimulated, PresetsRaiseTheirCodes) {
   const char* const life = "life_by_Aitzol_Berasategi.jpg";
+  const char* const kleiber = "Kleiber_by_Lukas_Baubkus.jpg";
+  enum Gyro { kVision, kGyroSame, kGyro };  // kGyroSame: as the vision-only row before it
   const struct {
     const char *preset, *photo;
     int frames;
     double photoScale;
+    Gyro gyro;
     int dir;
-    std::map<int, int> raised;  // code -> at least this many frames; empty: a clean sweep
-  } cases[] = {{"steady", life, 30, 1.0, MOVE_RIGHT, {}},
-               {"handheld", life, 30, 1.0, MOVE_RIGHT, {}},
-               {"shaky", life, 30, 1.0, MOVE_RIGHT, {{WARN_SHAKE_TOO_BIG, 3}}},
-               {"goes-back", life, 40, 1.0, MOVE_RIGHT, {{ERR_TRACE_DIRECTION, 1}, {ERR_TRACE_DIRECTION_BACK, 1}}},
-               {"wrong-axis", life, 40, 1.0, MOVE_RIGHT, {{ERR_TRACE_DIRECTION, 1}}},
-               {"drifting", life, 80, 1.0, MOVE_RIGHT, {{ERR_TRACE_DIRECTION, 1}}},
-               {"too-fast", life, 26, 1.6, MOVE_RIGHT, {{WARN_TRACE_LITTLE_QUICK, 1}}},
-               {"textureless", "Kleiber_by_Lukas_Baubkus.jpg", 20, 1.0, MOVE_NONE, {{ERR_TRACE_NO_FEATURE, 16}}}};
+    std::map<int, int> raised;  // code -> at least this many frames (0: none); empty: a clean sweep
+  } cases[] = {{"steady", life, 30, 1.0, kVision, MOVE_RIGHT, {}},
+               {"handheld", life, 30, 1.0, kVision, MOVE_RIGHT, {}},
+               {"handheld", life, 30, 1.0, kGyroSame, MOVE_RIGHT, {}},
+               {"shaky", life, 30, 1.0, kVision, MOVE_RIGHT, {{WARN_SHAKE_TOO_BIG, 3}}},
+               {"goes-back", life, 40, 1.0, kVision, MOVE_RIGHT, {{ERR_TRACE_DIRECTION, 1}, {ERR_TRACE_DIRECTION_BACK, 1}}},
+               {"goes-back", life, 40, 1.0, kGyroSame, MOVE_RIGHT, {{ERR_TRACE_DIRECTION, 1}, {ERR_TRACE_DIRECTION_BACK, 1}}},
+               {"wrong-axis", life, 40, 1.0, kVision, MOVE_RIGHT, {{ERR_TRACE_DIRECTION, 1}}},
+               {"drifting", life, 80, 1.0, kVision, MOVE_RIGHT, {{ERR_TRACE_DIRECTION, 1}}},
+               {"too-fast", life, 26, 1.6, kVision, MOVE_RIGHT, {{WARN_TRACE_LITTLE_QUICK, 1}, {ERR_TRACE_TOO_QUICK, 0}}},
+               {"too-fast", life, 26, 1.6, kGyro, MOVE_RIGHT, {{WARN_TRACE_LITTLE_QUICK, 1}, {ERR_TRACE_TOO_QUICK, 1}}},
+               {"textureless", kleiber, 20, 1.0, kVision, MOVE_NONE, {{ERR_TRACE_NO_FEATURE, 16}}},
+               {"textureless", kleiber, 20, 1.0, kGyro, MOVE_RIGHT, {{ERR_TRACE_NO_FEATURE, 0}}}};
   for (const std::string& name : zolt::sim::SweepConfig::presetNames())
     EXPECT_TRUE(std::any_of(std::begin(cases), std::end(cases), [&](const auto& c) { return name == c.preset; })) << name;
+  SimRun vision;
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.preset);
-    SimRun r = simulate(c.preset, c.photo, c.frames, c.photoScale);
+    SCOPED_TRACE(testing::Message() << c.preset << (c.gyro == kVision ? "" : " with the gyroscope"));
+    SimRun r = simulate(c.preset, c.photo, c.frames, c.photoScale, c.gyro != kVision);
     EXPECT_EQ(r.dir, c.dir);
-    for (const auto& [code, n] : c.raised) EXPECT_GE(r.codes[code], n) << code;
+    for (const auto& [code, n] : c.raised) {
+      if (n > 0) EXPECT_GE(r.codes[code], n) << code;
+      if (n == 0) EXPECT_EQ(r.codes[code], 0) << code;
+    }
+    if (c.gyro == kGyroSame) {
+      EXPECT_EQ(r.keyFrames, vision.keyFrames);
+      EXPECT_EQ(r.codes, vision.codes);
+    }
+    if (c.gyro == kVision) vision = r;
+    // Without texture the gyroscope keeps the key frames coming.
+    if (c.gyro == kGyro && c.raised.count(ERR_TRACE_NO_FEATURE)) EXPECT_GE(r.keyFrames.size(), 12u);
     if (!c.raised.empty()) continue;
     EXPECT_EQ(r.codes[SUCCESS] + r.codes[INFO_TRACE_FIRST_FRAME], c.frames);
     ASSERT_GE(r.errors.size(), 25u);

@@ -4,26 +4,20 @@
 
 #include <algorithm>
 #include <cmath>
+#include <array>
 #include <random>
+#include <vector>
 
-#include "sensor/sensor_handle.h"
+#include "sim/sweep_simulator.h"
+#include "support/gyro_attitude.h"
 #include "support/log_capture.h"
+#include "support/sim_sweep.h"
 #include "tracker/module_track.h"
 
 namespace {
 
+using zolt::test::GyroPresent;
 using zolt::test::LogCapture;
-
-// The tracker only asks whether a gyroscope exists; a stand-in handle answers yes.
-class GyroPresent {
- public:
-  GyroPresent() : saved_(pSensorHandle) { pSensorHandle = reinterpret_cast<SensorInterface*>(&tag_); }
-  ~GyroPresent() { pSensorHandle = saved_; }
-
- private:
-  SensorInterface* saved_;
-  char tag_ = 0;
-};
 
 const cv::Matx33d kT(0, -1, 0, -1, 0, 0, 0, 0, -1);  // camera <-> phone sensor axes
 
@@ -232,6 +226,45 @@ TEST(ModuleTrackImu, DriverFallsBackToTheGyroscopeWhenVisionFails) {
   asGyro(rotY(yaw + 0.07 + 0.6), r);
   EXPECT_FALSE(t.tracking(sweep.flat(91), e, r));
   EXPECT_EQ(t.errCode, ERR_TRACE_TOO_QUICK);
+}
+
+// End to end without images: a turning camera's gyroscope events from the simulator, with
+// noise and bias, fused by the gyroscope library and carried into the camera's axes, predict
+// the image offset between two frames that the simulator's truth gives, with its sign and size,
+// in every sweep direction (low-resolution pixels).
+TEST(ModuleTrackImu, FusedGyroscopePredictsTheSimulatedImageMotion) {
+  for (const auto dir : {zolt::sim::SweepDirection::Right, zolt::sim::SweepDirection::Left,
+                         zolt::sim::SweepDirection::Down, zolt::sim::SweepDirection::Up}) {
+    SCOPED_TRACE(static_cast<int>(dir));
+    zolt::sim::SweepConfig cfg =
+        zolt::test::simSweep("handheld", "/usr/share/backgrounds/life_by_Aitzol_Berasategi.jpg", 40);
+    cfg.model = zolt::sim::CameraModel::Rotate;
+    cfg.direction = dir;
+    const zolt::sim::SweepSimulator sim(cfg);
+    ModuleTrack t(cfg.width, cfg.height);
+    zolt::test::GyroAttitude fusion;
+    const auto& truth = sim.truth();
+    const auto& events = sim.gyroEvents();
+    std::vector<std::array<double, 9>> rot(truth.size());
+    size_t next = 0;
+    for (size_t k = 0; k < truth.size(); ++k) {
+      std::vector<zolt::sim::GyroEvent> upTo;
+      while (next < events.size() && events[next].tNs <= truth[k].tNs) upTo.push_back(events[next++]);
+      fusion.advance(upTo, rot[k].data());
+    }
+    std::vector<double> errors;
+    for (size_t k = 3; k < truth.size(); ++k) {
+      double x = 0, y = 0;
+      t.predictOffXY_IMU(ModuleTrack::gyroToCameraAxes(rot[k - 3].data()),
+                         ModuleTrack::gyroToCameraAxes(rot[k].data()), x, y);
+      const double tx = (truth[k].dx - truth[k - 3].dx) * t.scale, ty = (truth[k].dy - truth[k - 3].dy) * t.scale;
+      ASSERT_GT(std::hypot(tx, ty), 10.0);  // three frames of the sweep: a clear motion
+      errors.push_back(std::hypot(x - tx, y - ty));
+    }
+    std::sort(errors.begin(), errors.end());
+    EXPECT_LT(errors[errors.size() / 2], 0.5);
+    EXPECT_LT(errors.back(), 1.5);
+  }
 }
 
 }  // namespace

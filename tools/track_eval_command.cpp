@@ -1,6 +1,7 @@
-// zoltpano track-eval [options]: runs the tracker (vision only) over simulated sweeps and
-// reports how far its accumulated camera position is from the truth at the key frames, whether
-// it fixed the right direction, and which codes it raised.
+// zoltpano track-eval [options]: runs the tracker over simulated sweeps, by vision alone or with
+// the sweep's gyroscope (--gyro), and reports how far its accumulated camera position is from the
+// truth at the key frames, whether it fixed the right direction, which codes it raised and, with
+// the gyroscope, how far the gyroscope's prediction alone is from the true offset.
 #include <android/log.h>
 
 #include <algorithm>
@@ -16,7 +17,10 @@
 #include "sim/sim_error.h"
 #include "sim/sweep_config.h"
 #include "sim/sweep_simulator.h"
+#include "sensor/sensor_handle.h"
+#include "sensor/sensor_interface.h"
 #include "tools/command.h"
+#include "zolt_host_sensor.h"
 #include "tracker/module_track.h"
 
 namespace zolt::tools {
@@ -31,6 +35,8 @@ struct EvalArgs {
   int frames = 0;
   uint64_t seed = 1;
   bool perSweep = false;
+  bool gyro = false;
+  double gyroOffsetMs = 0.0;
 };
 
 void quietLogger(const struct __android_logger_data*, const char*) {}
@@ -80,22 +86,81 @@ struct SweepResult {
   bool directionRight = false;
   std::map<int, int> codes;  // code -> frames
   int frames = 0, keyFrames = 0;
+  // With the gyroscope: per frame, the distance between what the rotation since the reference
+  // predicts and the true offset from the reference, low-resolution pixels.
+  std::vector<double> gyroErrors;
 };
 
-SweepResult runOne(const sim::SweepConfig& cfg) {
+// The gyroscope as the engine runs it: the host sensor service feeds the sensor interface's
+// polling thread and fusion library; the tracker reads the attitude it keeps.
+class Gyroscope {
+ public:
+  Gyroscope() {
+    zolt_host_sensor_set_gyroscope(1);
+    sensor_ = new SensorInterface();
+    pSensorHandle = sensor_;
+    if (!sensor_->init()) {
+      stop();
+      throw sim::SimError("the host gyroscope did not start");
+    }
+  }
+  ~Gyroscope() { stop(); }
+  Gyroscope(const Gyroscope&) = delete;
+  Gyroscope& operator=(const Gyroscope&) = delete;
+
+  // The attitude after the frame's events, as the engine hands it to the tracker.
+  void attitude(const std::vector<sim::GyroEvent>& events, double e[3], double rot[9]) {
+    for (const sim::GyroEvent& ev : events)
+      zolt_host_sensor_push_gyro(ev.tNs, static_cast<float>(ev.rate[0]),
+                                 static_cast<float>(ev.rate[1]), static_cast<float>(ev.rate[2]));
+    zolt_host_sensor_sync();
+    float a[3], r[9];
+    sensor_->get_Cur_GyroSensorVal(a, r);
+    std::copy(a, a + 3, e);
+    std::copy(r, r + 9, rot);
+  }
+
+ private:
+  void stop() {
+    if (sensor_ == nullptr) return;
+    sensor_->deinit();
+    delete sensor_;
+    sensor_ = nullptr;
+    pSensorHandle = nullptr;
+    zolt_host_sensor_set_gyroscope(0);
+  }
+  SensorInterface* sensor_ = nullptr;
+};
+
+SweepResult runOne(const sim::SweepConfig& cfg, bool withGyro) {
   sim::SweepSimulator simulator(cfg);
   ModuleTrack tracker(cfg.width, cfg.height);
+  std::unique_ptr<Gyroscope> gyro;
+  if (withGyro) gyro = std::make_unique<Gyroscope>();
   SweepResult r;
   sim::SimFrame f;
   double e[3] = {}, rot[9] = {};
   bool fixed = false;
-  cv::Point2d fix, prevTruth, prevPose, floorPos;
+  cv::Point2d fix, prevTruth, prevPose, floorPos, refTruth;
   NV21Img img;
   while (simulator.next(f)) {
     __tag_ZOLT_OFFSCREEN buf{0, f.width, f.height, f.nv21.data(),
                              f.nv21.data() + static_cast<size_t>(f.width) * f.height};
     img.nvCreate_shared_instance(&buf);
+    if (gyro) {
+      gyro->attitude(f.gyro, e, rot);
+      if (f.index > 0) {
+        // The prediction against the tracker's reference, before this frame is tracked.
+        double x = 0, y = 0;
+        tracker.predictOffXY_IMU(ModuleTrack::gyroToCameraAxes(tracker.preRMatGyro),
+                                 ModuleTrack::gyroToCameraAxes(rot), x, y);
+        r.gyroErrors.push_back(std::hypot(x - (f.truth.dx - refTruth.x) * tracker.scale,
+                                          y - (f.truth.dy - refTruth.y) * tracker.scale));
+      }
+    }
     tracker.tracking(img, e, rot);
+    if (f.index == 0 || (tracker.moveDir != MOVE_NONE && tracker.bKeyFrame))
+      refTruth = {f.truth.dx, f.truth.dy};
     ++r.frames;
     if (tracker.errCode != SUCCESS && tracker.errCode != INFO_TRACE_FIRST_FRAME)
       ++r.codes[tracker.errCode];
@@ -131,7 +196,7 @@ int runEval(const EvalArgs& a) {
   __android_log_set_logger(quietLogger);
   const std::vector<std::string> photos = a.photos.empty() ? defaultPhotos() : a.photos;
   std::map<std::string, std::vector<double>> errorsBy;  // "preset size" -> errors
-  std::map<std::string, std::vector<double>> floorBy, stepBy;
+  std::map<std::string, std::vector<double>> floorBy, stepBy, gyroBy;
   std::map<std::string, std::map<std::string, int>> codesBy;
   std::map<std::string, int> sweepsBy, wrongDirBy, errSweepsBy;
   std::vector<double> rotateRel;
@@ -148,9 +213,10 @@ int runEval(const EvalArgs& a) {
           cfg.photoPath = photo;
           cfg.frames = a.frames;
           cfg.seed = a.seed;
+          if (a.gyro) cfg.gyroTimeOffsetMs = a.gyroOffsetMs;
           SweepResult r;
           try {
-            r = runOne(cfg);
+            r = runOne(cfg, a.gyro);
           } catch (const sim::SimError& ex) {
             std::fprintf(stderr, "skip %s %s %s %s: %s\n", preset.c_str(), size.c_str(),
                          dir.c_str(), photo.c_str(), ex.what());
@@ -160,6 +226,7 @@ int runEval(const EvalArgs& a) {
           errorsBy[key].insert(errorsBy[key].end(), r.errors.begin(), r.errors.end());
           floorBy[key].insert(floorBy[key].end(), r.floorErrors.begin(), r.floorErrors.end());
           stepBy[key].insert(stepBy[key].end(), r.stepErrors.begin(), r.stepErrors.end());
+          gyroBy[key].insert(gyroBy[key].end(), r.gyroErrors.begin(), r.gyroErrors.end());
           ++sweepsBy[key];
           wrongDirBy[key] += !r.directionRight;
           bool anyErr = false;
@@ -196,6 +263,13 @@ int runEval(const EvalArgs& a) {
                 percentile(stepBy[key], 0.5), percentile(stepBy[key], 0.95), wrongDirBy[key],
                 errSweepsBy[key], codes.str().c_str());
   }
+  if (a.gyro) {
+    std::printf("\ngyroscope prediction against the true offset from the reference, low-resolution "
+                "pixels (gyroscope clock %+.1f ms):\n", a.gyroOffsetMs);
+    for (const auto& [key, errs] : gyroBy)
+      std::printf("%-20s frames %6zu  median %6.2f  p95 %6.2f  max %7.2f\n", key.c_str(), errs.size(),
+                  percentile(errs, 0.5), percentile(errs, 0.95), percentile(errs, 1.0));
+  }
   if (a.model == "rotate" && !rotateRel.empty()) {
     std::printf("last key frame error / swept length: median %.4f, max %.4f\n",
                 percentile(rotateRel, 0.5), percentile(rotateRel, 1.0));
@@ -219,6 +293,12 @@ Command setupTrackEval(CLI::App& program) {
   app->add_option("-n,--frames", args->frames, "Frames per sweep (0: as many as fit)");
   app->add_option("--seed", args->seed, "Random seed")->capture_default_str();
   app->add_flag("--per-sweep", args->perSweep, "One line per sweep");
+  app->add_flag("--gyro", args->gyro,
+                "Give the tracker the sweep's gyroscope (through the host sensor service)");
+  app->add_option("--gyro-offset-ms", args->gyroOffsetMs,
+                  "With --gyro: the gyroscope clock runs this late (ms; noise and bias come from "
+                  "the preset)")
+      ->capture_default_str();
   return {app, [args] {
             try {
               return runEval(*args);
