@@ -7,6 +7,7 @@
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "sensor/sensor_handle.h"
+#include "sensor/sensor_interface.h"
 #include "zolt_pano.h"
 
 namespace {
@@ -24,6 +25,55 @@ void logException(const char* where) {
 
 OrreryEngine* engineOf(void* handle) { return static_cast<OrreryEngine*>(handle); }
 
+// Stops the polling thread and frees the sensor object; pSensorHandle is null afterwards.
+void finishSensor() {
+  if (pSensorHandle != nullptr) {
+    pSensorHandle->deinit();
+    ZLOGI("%s ::SensorInterface : DeInit Done", "FinishSensor");
+  }
+  if (pSensorHandle != nullptr) delete pSensorHandle;  // logs its destructor line
+  pSensorHandle = nullptr;
+  ZLOGI("%s ::SensorInterface : Deleted", "FinishSensor");
+}
+
+// Creates pSensorHandle and starts the gyroscope; without one the engine runs on vision and
+// pSensorHandle is null again.
+void startGyroscope() {
+  bool started = false;
+  try {
+    pSensorHandle = new SensorInterface();
+    ZLOGI("%s ::SensorInterface : Created", "ZOLT_PANO_Initial");
+    started = pSensorHandle->init();
+  } catch (...) {
+    logException("ZOLT_PANO_Initial");
+  }
+  if (started) {
+    ZLOGI("%s :: SensorInterface : Init Success", "ZOLT_PANO_Initial");
+    return;
+  }
+  ZLOGE("%s :: SensorInterface : Init FAILED : GyroSensor Not Available", "ZOLT_PANO_Initial");
+  finishSensor();
+}
+
+// The latest attitude to the engine, whatever the sensor has (identity before the first one).
+void provideSensorValues(OrreryEngine* engine) {
+  if (pSensorHandle == nullptr) {
+    ZLOGE("Sensor is not initialised");
+    return;
+  }
+  float angles[3];
+  float rotation[9];
+  const int gyroRet = pSensorHandle->get_Cur_GyroSensorVal(angles, rotation);
+  ZLOGI("%s : GyroRet = %d Angles : %f   %f   %f ", "ZOLT_PANO_SelectFrames", gyroRet, angles[0],
+        angles[1], angles[2]);
+  // Elements 7 and 8 print swapped; readers of the log expect it so.
+  ZLOGI("%s : RotMat : %f   %f   %f  %f  %f  %f  %f  %f  %f ", "ZOLT_PANO_SelectFrames",
+        rotation[0], rotation[1], rotation[2], rotation[3], rotation[4], rotation[5], rotation[6],
+        rotation[8], rotation[7]);
+  engine->provideIMU(angles, rotation);
+  ZLOGI("SensorInterface : In Pano : provideIMU DONE");
+}
+
 }  // namespace
 
 extern "C" {
@@ -39,10 +89,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_Initial(tag_ZOLT_PANO_INIT_PARAM* param, void** h
     return ERR_INVALID_DIMENSIONS;
   }
   *handle = engine;
-  // This build has no gyroscope service: the engine tracks from the images alone, as on a
-  // phone without a gyroscope.
-  ZLOGE("%s :: SensorInterface : Init FAILED : GyroSensor Not Available", "ZOLT_PANO_Initial");
-  pSensorHandle = nullptr;
+  startGyroscope();
   ZLOGI("SensorInterface : Cam orientation = %d ", param->camOrientation);
   ZLOGI("ZOLT Panorama Lib Version: %s ", ZOLT_PANO_GetVersion());
   return SUCCESS;
@@ -56,7 +103,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_SelectFrames(void* handle, void*, void*, __tag_ZO
   *isKeyFrame = 0;
   int result = engine->resultCode;
   try {
-    if (pSensorHandle == nullptr) ZLOGE("Sensor is not initialised");
+    provideSensorValues(engine);
     result = engine->provideNV21Image_SelectFrame(frame, offset, isKeyFrame, direction,
                                                   sweepLength);
     ZLOGI("ZOLT_Pano Select frame : Final Offset : %d  x  %d  ", offset->x, offset->y);
@@ -84,9 +131,11 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_GetTrackInfo(void* handle, tsPOINT* offset, long*
 }
 
 ZOLT_PANO_EXPORT int ZOLT_PANO_Release(void** handle) {
-  // No gyroscope runs in this build; the handle is cleared as the sensor teardown would.
-  pSensorHandle = nullptr;
-  ZLOGI("%s ::SensorInterface : Deleted", "FinishSensor");
+  try {
+    finishSensor();
+  } catch (...) {
+    logException("ZOLT_PANO_Release");
+  }
   OrreryEngine* engine = engineOf(*handle);
   if (engine == nullptr) return 0;  // nothing was created
   try {

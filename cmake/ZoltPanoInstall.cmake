@@ -1,9 +1,18 @@
-# cmake --install: the library, the one public header, a CMake package
-# (find_package(ZoltPano) -> ZoltPano::zoltpano) and a pkg-config file.
+# cmake --install: the library with the gyroscope fusion library next to it, the public header,
+# a CMake package (find_package(ZoltPano) -> ZoltPano::zoltpano) and a pkg-config file. Host
+# builds add the host sensor service and its header (ZoltPano::host_sensor).
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-install(TARGETS zoltpano EXPORT ZoltPanoTargets
+set(_zp_install_targets zoltpano zoltpano_gyro)
+if(TARGET zoltpano_host_sensor)
+  list(APPEND _zp_install_targets zoltpano_host_sensor)
+endif()
+# The installed engine finds the libraries installed with it.
+if(NOT APPLE)
+  set_target_properties(zoltpano PROPERTIES INSTALL_RPATH "${CMAKE_INSTALL_RPATH};$ORIGIN")
+endif()
+install(TARGETS ${_zp_install_targets} EXPORT ZoltPanoTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}

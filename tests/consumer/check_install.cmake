@@ -33,10 +33,12 @@ if(CONFIG)
 endif()
 run("cmake --install" ${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix "${prefix}" ${config_args})
 
-# What gets installed: the library, the one header, the CMake package and the pkg-config file.
+# What gets installed (a host build): the library, the fusion library, the host sensor service,
+# their two headers, the CMake package and the pkg-config file.
 file(GLOB_RECURSE installed RELATIVE "${prefix}" "${prefix}/*")
-foreach(pattern "/libzoltpano\\.so$" "^include/zolt_pano\\.h$" "/cmake/ZoltPano/ZoltPanoConfig\\.cmake$"
-                "/pkgconfig/zoltpano\\.pc$")
+foreach(pattern "/libzoltpano\\.so$" "/libzoltpano_gyro\\.so$" "/libzoltpano_host_sensor\\.so$"
+                "^include/zolt_pano\\.h$" "^include/zolt_host_sensor\\.h$"
+                "/cmake/ZoltPano/ZoltPanoConfig\\.cmake$" "/pkgconfig/zoltpano\\.pc$")
   set(hit "")
   foreach(f IN LISTS installed)
     if(f MATCHES "${pattern}")
@@ -48,8 +50,9 @@ foreach(pattern "/libzoltpano\\.so$" "^include/zolt_pano\\.h$" "/cmake/ZoltPano/
   endif()
 endforeach()
 list(FILTER installed INCLUDE REGEX "^include/")
-if(NOT installed STREQUAL "include/zolt_pano.h")
-  message(FATAL_ERROR "headers installed besides zolt_pano.h: ${installed}")
+list(SORT installed)
+if(NOT installed STREQUAL "include/zolt_host_sensor.h;include/zolt_pano.h")
+  message(FATAL_ERROR "headers installed besides zolt_pano.h and zolt_host_sensor.h: ${installed}")
 endif()
 
 # 1. find_package(ZoltPano) -> ZoltPano::zoltpano

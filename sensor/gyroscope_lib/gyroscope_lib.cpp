@@ -1,0 +1,122 @@
+#include "sensor/gyroscope_lib/gyroscope_lib.h"
+
+#include <cmath>
+
+namespace android {
+namespace {
+
+// a * b, both w, x, y, z.
+void multiply(const double a[4], const double b[4], double out[4]) {
+  const double w = a[0] * b[0] - a[1] * b[1] - a[2] * b[2] - a[3] * b[3];
+  const double x = a[0] * b[1] + a[1] * b[0] + a[2] * b[3] - a[3] * b[2];
+  const double y = a[0] * b[2] - a[1] * b[3] + a[2] * b[0] + a[3] * b[1];
+  const double z = a[0] * b[3] + a[1] * b[2] - a[2] * b[1] + a[3] * b[0];
+  out[0] = w;
+  out[1] = x;
+  out[2] = y;
+  out[3] = z;
+}
+
+// Row-major 3x3 rotation of a unit quaternion.
+void toMatrix(const double q[4], double r[9]) {
+  const double w = q[0], x = q[1], y = q[2], z = q[3];
+  r[0] = 1 - 2 * (y * y + z * z);
+  r[1] = 2 * (x * y - w * z);
+  r[2] = 2 * (x * z + w * y);
+  r[3] = 2 * (x * y + w * z);
+  r[4] = 1 - 2 * (x * x + z * z);
+  r[5] = 2 * (y * z - w * x);
+  r[6] = 2 * (x * z - w * y);
+  r[7] = 2 * (y * z + w * x);
+  r[8] = 1 - 2 * (x * x + y * y);
+}
+
+// Landscape camera angles of the phone -> world rotation r: roll, yaw, pitch (see the header).
+void cameraAngles(const double r[9], float angles[3]) {
+  // C = T r T with T = T^T = rows (0,-1,0), (-1,0,0), (0,0,-1): C[i][j] = s_i s_j r[p_i][p_j]
+  // with p = (1, 0, 2) and s = (-1, -1, -1), so the signs cancel.
+  const int p[3] = {1, 0, 2};
+  double c[3][3];
+  for (int i = 0; i < 3; ++i)
+    for (int j = 0; j < 3; ++j) c[i][j] = r[p[i] * 3 + p[j]];
+  // C = Ry(yaw) Rx(pitch) Rz(roll): C[1][2] = -sin(pitch), C[0][2] / C[2][2] = tan(yaw),
+  // C[1][0] / C[1][1] = tan(roll).
+  const double s = std::fmax(-1.0, std::fmin(1.0, -c[1][2]));
+  const double pitch = std::asin(s);
+  double yaw, roll;
+  if (std::fabs(s) < 1.0 - 1e-12) {
+    yaw = std::atan2(c[0][2], c[2][2]);
+    roll = std::atan2(c[1][0], c[1][1]);
+  } else {  // straight up or down: yaw and roll share one axis; put it all in yaw
+    yaw = std::atan2(-c[2][0], c[0][0]);
+    roll = 0;
+  }
+  angles[0] = static_cast<float>(roll);
+  angles[1] = static_cast<float>(yaw);
+  angles[2] = static_cast<float>(pitch);
+}
+
+}  // namespace
+
+Gyroscope_Lib::Gyroscope_Lib() = default;
+Gyroscope_Lib::~Gyroscope_Lib() = default;
+
+int Gyroscope_Lib::initializeLib(int options, callbackFunc* callbacks) {
+  options_ = options;
+  callbacks_ = callbacks;
+  q_[0] = 1;
+  q_[1] = q_[2] = q_[3] = 0;
+  clockStarted_ = false;
+  clockNs_ = 0;
+  return 0;
+}
+
+int Gyroscope_Lib::processEvent(int type, float* values, long long timestampNs) {
+  if (type != kTypeGyroscope || values == nullptr) return -1;
+  if (!clockStarted_) {
+    clockStarted_ = true;
+    clockNs_ = timestampNs;
+  } else if (timestampNs > clockNs_) {
+    const long long intervalNs = timestampNs - clockNs_;
+    clockNs_ = timestampNs;
+    if (intervalNs <= kMaxIntervalNs) {
+      const double dt = static_cast<double>(intervalNs) * 1e-9;  // s
+      const double wx = values[0], wy = values[1], wz = values[2];
+      const double rate = std::sqrt(wx * wx + wy * wy + wz * wz);  // rad/s
+      const double half = 0.5 * rate * dt;                         // half the turn, rad
+      // sin(half) / rate, with its limit dt / 2 for a vanishing rate.
+      const double k = half > 1e-12 ? std::sin(half) / rate : 0.5 * dt;
+      const double step[4] = {std::cos(half), wx * k, wy * k, wz * k};
+      double next[4];
+      multiply(q_, step, next);
+      const double n = std::sqrt(next[0] * next[0] + next[1] * next[1] + next[2] * next[2] +
+                                 next[3] * next[3]);
+      for (int i = 0; i < 4; ++i) q_[i] = next[i] / n;
+    }
+  }
+  report(type, values, timestampNs);
+  return 0;
+}
+
+void Gyroscope_Lib::quaternion(double out[4]) const {
+  for (int i = 0; i < 4; ++i) out[i] = q_[i];
+}
+
+void Gyroscope_Lib::report(int type, float* values, long long timestampNs) {
+  if (callbacks_ == nullptr) return;
+  if (callbacks_->onCorrectedSensorData != nullptr)
+    callbacks_->onCorrectedSensorData(type, values, timestampNs);
+  if (callbacks_->onRMChange == nullptr) return;
+  double r[9];
+  toMatrix(q_, r);
+  float matrix[16] = {};
+  for (int i = 0; i < 3; ++i)
+    for (int j = 0; j < 3; ++j) matrix[i * 4 + j] = static_cast<float>(r[i * 3 + j]);
+  matrix[15] = 1.0f;
+  float angles[3];
+  cameraAngles(r, angles);
+  float ignored[3] = {0, 0, 0};
+  callbacks_->onRMChange(matrix, ignored, angles);
+}
+
+}  // namespace android
