@@ -231,7 +231,8 @@ TEST(ModuleTrackImu, DriverFallsBackToTheGyroscopeWhenVisionFails) {
 // End to end without images: a turning camera's gyroscope events from the simulator, with
 // noise and bias, fused by the gyroscope library and carried into the camera's axes, predict
 // the image offset between two frames that the simulator's truth gives, with its sign and size,
-// in every sweep direction (low-resolution pixels).
+// in every sweep direction (low-resolution pixels). The up and down sweeps are also what a phone
+// held upright and swept sideways shows: its camera still delivers landscape frames.
 TEST(ModuleTrackImu, FusedGyroscopePredictsTheSimulatedImageMotion) {
   for (const auto dir : {zolt::sim::SweepDirection::Right, zolt::sim::SweepDirection::Left,
                          zolt::sim::SweepDirection::Down, zolt::sim::SweepDirection::Up}) {
@@ -258,12 +259,12 @@ TEST(ModuleTrackImu, FusedGyroscopePredictsTheSimulatedImageMotion) {
       t.predictOffXY_IMU(ModuleTrack::gyroToCameraAxes(rot[k - 3].data()),
                          ModuleTrack::gyroToCameraAxes(rot[k].data()), x, y);
       const double tx = (truth[k].dx - truth[k - 3].dx) * t.scale, ty = (truth[k].dy - truth[k - 3].dy) * t.scale;
-      ASSERT_GT(std::hypot(tx, ty), 10.0);  // three frames of the sweep: a clear motion
+      ASSERT_GT(std::hypot(tx, ty), 5.0);  // three frames of the sweep: a clear motion
       errors.push_back(std::hypot(x - tx, y - ty));
     }
     std::sort(errors.begin(), errors.end());
-    EXPECT_LT(errors[errors.size() / 2], 0.5);
-    EXPECT_LT(errors.back(), 1.5);
+    EXPECT_LT(errors[errors.size() / 2], 0.3);
+    EXPECT_LT(errors.back(), 1.0);
   }
 }
 
