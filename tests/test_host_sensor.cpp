@@ -198,7 +198,7 @@ TEST_F(HostSensor, ReleaseEndsWhateverTheEventsDo) {
   void* handle = nullptr;
   const int initial = zolt::test::threadCount();
   ASSERT_EQ(ZOLT_PANO_Initial(&p, &handle), SUCCESS);  // lazily started threads in the count
-  ZOLT_PANO_Release(&handle);
+  mustReturn("ZOLT_PANO_Release", [&] { ZOLT_PANO_Release(&handle); });
   const int before = zolt::test::threadCountSettled(initial);
   for (const char* state : {"flowing", "never delivered", "went silent"}) {
     SCOPED_TRACE(state);
@@ -237,6 +237,8 @@ TEST_F(HostSensor, ReleaseEndsWhateverTheEventsDo) {
 TEST_F(HostSensor, ManyCyclesLeaveNothingBehind) {
 #if defined(ZOLTPANO_TEST_EMULATED)
   const int cycles = 100;  // the cross build runs under an emulator
+#elif defined(__SANITIZE_THREAD__)
+  const int cycles = 200;  // races show in a few cycles; the full count runs in the other builds
 #else
   const int cycles = 1000;
 #endif
@@ -244,7 +246,7 @@ TEST_F(HostSensor, ManyCyclesLeaveNothingBehind) {
   void* handle = nullptr;
   const int initial = zolt::test::threadCount();
   ASSERT_EQ(ZOLT_PANO_Initial(&p, &handle), SUCCESS);
-  ZOLT_PANO_Release(&handle);
+  mustReturn("ZOLT_PANO_Release", [&] { ZOLT_PANO_Release(&handle); });
   const int before = zolt::test::threadCountSettled(initial);
   long warmKb = 0;
   int started = 0;
@@ -262,8 +264,10 @@ TEST_F(HostSensor, ManyCyclesLeaveNothingBehind) {
   }
   EXPECT_EQ(started, cycles);
   EXPECT_EQ(zolt::test::threadCountSettled(before), before);
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
   // Sanitizers hold freed memory back on purpose; without them the growth is allocator noise.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  static_cast<void>(warmKb);
+#else
   EXPECT_LT(zolt::test::residentKb() - warmKb, 2048) << "kB";
 #endif
 }

@@ -17,6 +17,7 @@
 namespace {
 
 using zolt::test::LogCapture;
+using zolt::test::mustReturn;
 
 // True when `want` appears in the log in this order (other lines may come between).
 bool inOrder(const LogCapture& log, const std::vector<std::string>& want) {
@@ -85,7 +86,7 @@ TEST_F(SensorInterfaceTest, CallbackGoesThroughTheGlobalHandle) {
 // without a second thread; deinit joins it and frees everything.
 TEST_F(SensorInterfaceTest, StartsOnceStopsAndJoins) {
   zolt_host_sensor_set_gyroscope(1);
-  const int before = zolt::test::threadCount();
+  const int before = zolt::test::threadBaseline();
   LogCapture log;
   SensorInterface s;
   pSensorHandle = &s;
@@ -169,7 +170,7 @@ TEST_F(SensorInterfaceTest, InitialRunsOnVisionWhenTheGyroscopeFails) {
   void* handle = nullptr;
   const int initial = zolt::test::threadCount();
   ASSERT_EQ(ZOLT_PANO_Initial(&p, &handle), SUCCESS);
-  ZOLT_PANO_Release(&handle);
+  mustReturn("ZOLT_PANO_Release", [&] { ZOLT_PANO_Release(&handle); });
   const int before = zolt::test::threadCountSettled(initial);
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.inject) + (c.gyroscope ? " with" : " without") + " a gyroscope");

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <future>
 #include <string>
+#include <thread>
 
 namespace zolt::test {
 
@@ -33,6 +34,14 @@ inline int threadCountSettled(int want) {
     n = threadCount();
   }
   return n;
+}
+
+// Threads of this process at rest, after one thread has come and gone: a runtime that starts a
+// helper thread with the first thread of the process (ThreadSanitizer does) has done so.
+inline int threadBaseline() {
+  const int n = threadCount();
+  std::thread([] {}).join();
+  return threadCountSettled(n);
 }
 
 // Resident memory, kB.
