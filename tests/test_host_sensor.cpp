@@ -232,6 +232,29 @@ TEST_F(HostSensor, ReleaseEndsWhateverTheEventsDo) {
   }
 }
 
+// Engines share the one sensor: a second Initial without a Release stops the running sensor
+// before it starts its own, so no polling thread is left that nobody can stop.
+TEST_F(HostSensor, SecondInitialReplacesTheSensor) {
+  tag_ZOLT_PANO_INIT_PARAM p = initParam();
+  void* first = nullptr;
+  void* second = nullptr;
+  const int initial = zolt::test::threadCount();
+  ASSERT_EQ(ZOLT_PANO_Initial(&p, &first), SUCCESS);
+  mustReturn("ZOLT_PANO_Release", [&] { ZOLT_PANO_Release(&first); });
+  const int before = zolt::test::threadCountSettled(initial);
+  ASSERT_EQ(ZOLT_PANO_Initial(&p, &first), SUCCESS);
+  ASSERT_EQ(ZOLT_PANO_Initial(&p, &second), SUCCESS);
+  ASSERT_NE(pSensorHandle, nullptr);
+  EXPECT_EQ(zolt::test::threadCountSettled(before + 1), before + 1);
+  zolt_host_sensor_push_gyro(1, 0, 0, 0);
+  zolt_host_sensor_push_gyro(2, 0, 0, 1);
+  zolt_host_sensor_sync();
+  mustReturn("ZOLT_PANO_Release", [&] { ZOLT_PANO_Release(&second); });
+  EXPECT_EQ(pSensorHandle, nullptr);
+  mustReturn("ZOLT_PANO_Release", [&] { ZOLT_PANO_Release(&first); });
+  EXPECT_EQ(zolt::test::threadCountSettled(before), before);
+}
+
 // Many Initial / Release cycles with a gyroscope: every one starts the thread, none leaves a
 // thread behind, and memory stays flat (leaks are LeakSanitizer's, in the sanitizer build).
 TEST_F(HostSensor, ManyCyclesLeaveNothingBehind) {
