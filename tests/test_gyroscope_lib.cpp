@@ -129,16 +129,6 @@ TEST_F(GyroscopeLib, IntegratesEachIntervalExactlyInThePhoneFrame) {
   }
 }
 
-// Two quarter turns about different axes: the order shows the frame. x then z in the phone's
-// frame is Rx * Rz; the other order of multiplication would give a different matrix.
-TEST_F(GyroscopeLib, QuarterTurnsComposeInThePhoneFrame) {
-  const double q = M_PI / 2;
-  event(0, {0, 0, 0});
-  event(1000 * kMs / 10, {q * 10, 0, 0});  // 100 ms at 5 pi rad/s about x
-  event(2000 * kMs / 10, {0, 0, q * 10});  // then about z
-  expectReported(multiply(rotation({q, 0, 0}), rotation({0, 0, q})), 1e-6);
-}
-
 // The first event only starts the clock; a repeated or older timestamp adds nothing and does not
 // move the clock back; a gap longer than the limit holds the attitude and restarts the clock;
 // every event is reported, also those that add nothing.
