@@ -39,6 +39,10 @@ void finishSensor() {
 // Creates pSensorHandle and starts the gyroscope; without one the engine runs on vision and
 // pSensorHandle is null again.
 void startGyroscope() {
+  // One gyroscope for the process. A sensor still running from an Initial without Release is
+  // stopped first: left alone, its thread could never be stopped and would feed the same
+  // fusion library as the new one.
+  if (pSensorHandle != nullptr) finishSensor();
   bool started = false;
   try {
     pSensorHandle = new SensorInterface();

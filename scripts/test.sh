@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds and runs every test: host, host under AddressSanitizer and
-# UndefinedBehaviorSanitizer, and the armhf (32-bit ARM, NEON) cross build under qemu-arm.
+# UndefinedBehaviorSanitizer, the sensor and engine tests under ThreadSanitizer, and the armhf
+# (32-bit ARM, NEON) cross build under qemu-arm.
 #   scripts/test.sh [--host-only | --no-armhf]
 #     --host-only   only the host build and its tests
 #     --no-armhf    host and sanitizer stages, no cross build
 # ZOLTPANO_JOBS sets the build and test parallelism (default: the number of cores, at most 2).
-# Build trees: build/host, build/asan, build/armhf; the armhf root file system: .armhf-rootfs
-# (or $ZOLTPANO_ARMHF_ROOTFS).
+# Build trees: build/host, build/asan, build/tsan, build/armhf; the armhf root file system:
+# .armhf-rootfs (or $ZOLTPANO_ARMHF_ROOTFS).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -66,6 +67,10 @@ if [ "$host_only" -eq 0 ]; then
   end
   begin "ASan+UBSan tests"
   run_ctest build/asan
+  # The gyroscope's polling thread next to the caller's: sensor and engine tests under TSan.
+  begin "TSan build and tests (sensor, engine)"
+  bash scripts/test_tsan.sh "$jobs"
+  end "clean"
 fi
 
 if [ "$armhf" -eq 1 ]; then

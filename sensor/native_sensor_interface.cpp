@@ -2,9 +2,21 @@
 
 #include <unistd.h>
 
+#if defined(__ANDROID__) && __has_include(<android/ndk-version.h>)
+#include <android/ndk-version.h>
+#endif
+
 #include "platform/log.h"
 #include "sensor/sensor_handle.h"
 #include "sensor/sensor_interface.h"
+
+// NDK r27 and later no longer declare ALooper_pollAll (on a looper with callbacks it can miss
+// a wake); on this looper, which has none, ALooper_pollOnce returns the same values.
+#if defined(__NDK_MAJOR__) && __NDK_MAJOR__ >= 27
+#define ZOLT_LOOPER_POLL ALooper_pollOnce
+#else
+#define ZOLT_LOOPER_POLL ALooper_pollAll
+#endif
 
 namespace android {
 
@@ -99,7 +111,7 @@ void* pollThread(void* arg) {
   while (self->running.load()) {
     int fd, events;
     void* data;
-    if (ALooper_pollAll(-1, &fd, &events, &data) < 0) break;
+    if (ZOLT_LOOPER_POLL(-1, &fd, &events, &data) < 0) break;
     ASensorEvent event;
     while (ASensorEventQueue_getEvents(self->eventQueue, &event, 1) > 0) {
       if (event.type != ASENSOR_TYPE_GYROSCOPE) continue;

@@ -62,6 +62,8 @@ class ZOLT_GYRO_EXPORT Gyroscope_Lib {
 
   // The current attitude as a unit quaternion w, x, y, z (phone -> world).
   void quaternion(double out[4]) const;
+  // The options word given to initializeLib.
+  int options() const { return options_; }
 
  private:
   void report(int type, float* values, long long timestampNs);
