@@ -1,8 +1,11 @@
 // The exported C functions that drive an engine. Thin shells over OrreryEngine; no C++
 // exception leaves them.
 #include <exception>
+#include <initializer_list>
 #include <string>
 
+#include "api/call_guard.h"
+#include "api/engine_registry.h"
 #include "engine/orrery_engine.h"
 #include "platform/clock.h"
 #include "platform/log.h"
@@ -22,13 +25,23 @@ void logException(const char* where) {
   }
 }
 
-OrreryEngine* engineOf(void* handle) { return static_cast<OrreryEngine*>(handle); }
+// Null arguments of the calls that take them: refused with one error line.
+bool allGiven(std::initializer_list<const void*> args, const char* where) {
+  for (const void* a : args) {
+    if (a == nullptr) {
+      ZLOGE("%s :: NULL argument : call ignored", where);
+      return false;
+    }
+  }
+  return true;
+}
 
 }  // namespace
 
 extern "C" {
 
 ZOLT_PANO_EXPORT int ZOLT_PANO_Initial(tag_ZOLT_PANO_INIT_PARAM* param, void** handle) {
+  if (!allGiven({param, handle}, "ZOLT_PANO_Initial")) return ERR_INVALID_DIMENSIONS;
   OrreryEngine* engine = nullptr;
   try {
     engine = new OrreryEngine(param->mode);
@@ -39,6 +52,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_Initial(tag_ZOLT_PANO_INIT_PARAM* param, void** h
     return ERR_INVALID_DIMENSIONS;
   }
   *handle = engine;
+  zolt::api::enroll(engine);
   // This build has no gyroscope service: the engine tracks from the images alone, as on a
   // phone without a gyroscope.
   ZLOGE("%s :: SensorInterface : Init FAILED : GyroSensor Not Available", "ZOLT_PANO_Initial");
@@ -51,9 +65,14 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_Initial(tag_ZOLT_PANO_INIT_PARAM* param, void** h
 ZOLT_PANO_EXPORT int ZOLT_PANO_SelectFrames(void* handle, void*, void*, __tag_ZOLT_OFFSCREEN* frame,
                                             void*, tsPOINT* offset, long* isKeyFrame, void*,
                                             int* direction, int* sweepLength) {
-  OrreryEngine* engine = engineOf(handle);
+  OrreryEngine* engine = zolt::api::liveEngine(handle, "ZOLT_PANO_SelectFrames");
+  if (isKeyFrame != nullptr) *isKeyFrame = 0;
+  if (engine == nullptr) return ERR_INVALID_DIMENSIONS;
+  const bool usable = allGiven({offset, isKeyFrame, direction, sweepLength}, "ZOLT_PANO_SelectFrames") &&
+                      zolt::api::frameFits(*engine, frame, "ZOLT_PANO_SelectFrames");
+  zolt::api::setFrameRefused(engine, !usable);
+  if (!usable) return ERR_INVALID_DIMENSIONS;
   const int64_t start = zolt::ticks();
-  *isKeyFrame = 0;
   int result = engine->resultCode;
   try {
     if (pSensorHandle == nullptr) ZLOGE("Sensor is not initialised");
@@ -70,8 +89,16 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_SelectFrames(void* handle, void*, void*, __tag_ZO
 ZOLT_PANO_EXPORT int ZOLT_PANO_AddImage(void* handle, void*, void*, void*, void*,
                                         __tag_ZOLT_OFFSCREEN* panorama, tsRECT* validRect, void*,
                                         int* progress) {
+  OrreryEngine* engine = zolt::api::liveEngine(handle, "ZOLT_PANO_AddImage");
+  if (engine == nullptr || !allGiven({validRect, progress}, "ZOLT_PANO_AddImage") ||
+      !zolt::api::canvasFits(*engine, panorama, "ZOLT_PANO_AddImage"))
+    return 0;
+  if (zolt::api::frameRefused(engine)) {
+    ZLOGE("%s :: last frame was refused : nothing to merge", "ZOLT_PANO_AddImage");
+    return 0;
+  }
   try {
-    engineOf(handle)->provideNV21Image_AddImage(panorama, validRect, progress);
+    engine->provideNV21Image_AddImage(panorama, validRect, progress);
   } catch (...) {
     logException("ZOLT_PANO_AddImage");
   }
@@ -79,31 +106,35 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_AddImage(void* handle, void*, void*, void*, void*
 }
 
 ZOLT_PANO_EXPORT int ZOLT_PANO_GetTrackInfo(void* handle, tsPOINT* offset, long* isKeyFrame) {
-  engineOf(handle)->GrabInfo_Tracking(offset, isKeyFrame);
+  OrreryEngine* engine = zolt::api::liveEngine(handle, "ZOLT_PANO_GetTrackInfo");
+  if (engine == nullptr || !allGiven({offset, isKeyFrame}, "ZOLT_PANO_GetTrackInfo")) return 0;
+  engine->GrabInfo_Tracking(offset, isKeyFrame);
   return 0;
 }
 
 ZOLT_PANO_EXPORT int ZOLT_PANO_Release(void** handle) {
+  OrreryEngine* engine = zolt::api::withdraw(handle, "ZOLT_PANO_Release");
+  if (engine == nullptr) return 0;  // not ours (any more): the gyroscope is left alone too
   // No gyroscope runs in this build; the handle is cleared as the sensor teardown would.
   pSensorHandle = nullptr;
   ZLOGI("%s ::SensorInterface : Deleted", "FinishSensor");
-  OrreryEngine* engine = engineOf(*handle);
-  if (engine == nullptr) return 0;  // nothing was created
   try {
     engine->release();
   } catch (...) {
     logException("ZOLT_PANO_Release");
   }
-  delete engine;
+  zolt::api::retire(engine);
   return 0;
 }
 
 }  // extern "C"
 
 ZOLT_PANO_EXPORT void ZOLT_PANO_SaveImage(void* handle, std::string fileName) {
-  std::string name = fileName + ".jpg";
+  OrreryEngine* engine = zolt::api::liveEngine(handle, "ZOLT_PANO_SaveImage");
+  if (engine == nullptr) return;
   try {
-    engineOf(handle)->storeOutputTo(&name[0]);
+    std::string name = fileName + ".jpg";
+    engine->storeOutputTo(&name[0]);
   } catch (...) {
     logException("ZOLT_PANO_SaveImage");
   }
