@@ -94,8 +94,9 @@ TEST(CallGuard, HandlesThatAreNotLiveEnginesAreRefused) {
     EXPECT_TRUE(o.untouched());
     EXPECT_EQ(o.key, 0);
     char line[160];
-    for (const char* call : {"ZOLT_PANO_SelectFrames", "ZOLT_PANO_AddImage",
-                             "ZOLT_PANO_GetTrackInfo", "ZOLT_PANO_SaveImage", "ZOLT_PANO_Release"}) {
+    for (const char* call :
+         {"ZOLT_PANO_SelectFrames", "ZOLT_PANO_AddImage", "ZOLT_PANO_GetTrackInfo",
+          "ZOLT_PANO_SaveImage", "ZOLT_PANO_Release"}) {
       std::snprintf(line, sizeof line, "%s :: Invalid handle %p : not a live engine, call ignored",
                     call, h);
       EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, line)) << line;
@@ -107,7 +108,8 @@ TEST(CallGuard, HandlesThatAreNotLiveEnginesAreRefused) {
   EXPECT_EQ(selectFrame(live, &frame.rec, o), INFO_TRACE_FIRST_FRAME);
   EXPECT_EQ(static_cast<OrreryEngine*>(live)->trackFrames, 1);
   EXPECT_EQ(ZOLT_PANO_Release(nullptr), 0);
-  EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "ZOLT_PANO_Release :: NULL handle pointer : call ignored"));
+  EXPECT_TRUE(
+      log.contains(ANDROID_LOG_ERROR, "ZOLT_PANO_Release :: NULL handle pointer : call ignored"));
   EXPECT_EQ(ZOLT_PANO_Release(&live), 0);
 }
 
@@ -130,29 +132,35 @@ TEST(CallGuard, NullRecordsAndOutputsAreRefused) {
     SCOPED_TRACE(n);
     log.clear();
     Outputs o;
-    EXPECT_EQ(ZOLT_PANO_SelectFrames(handle, nullptr, nullptr, &frame.rec, nullptr,
-                                     n == kOffset ? nullptr : &o.offset, n == kKey ? nullptr : &o.key,
-                                     nullptr, n == kDir ? nullptr : &o.dir,
-                                     n == kLength ? nullptr : &o.length),
+    EXPECT_EQ(ZOLT_PANO_SelectFrames(
+                  handle, nullptr, nullptr, &frame.rec, nullptr, n == kOffset ? nullptr : &o.offset,
+                  n == kKey ? nullptr : &o.key, nullptr, n == kDir ? nullptr : &o.dir,
+                  n == kLength ? nullptr : &o.length),
               ERR_INVALID_DIMENSIONS);
     EXPECT_TRUE(o.untouched());
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "ZOLT_PANO_SelectFrames :: NULL argument : call ignored"));
+    EXPECT_TRUE(
+        log.contains(ANDROID_LOG_ERROR, "ZOLT_PANO_SelectFrames :: NULL argument : call ignored"));
   }
   EXPECT_EQ(static_cast<OrreryEngine*>(handle)->trackFrames, 0);
   Outputs o;
   log.clear();
   EXPECT_EQ(ZOLT_PANO_AddImage(handle, nullptr, nullptr, nullptr, nullptr, &canvas.rec, nullptr,
-                               nullptr, &o.progress), 0);
+                               nullptr, &o.progress),
+            0);
   EXPECT_EQ(ZOLT_PANO_AddImage(handle, nullptr, nullptr, nullptr, nullptr, &canvas.rec, &o.rect,
-                               nullptr, nullptr), 0);
+                               nullptr, nullptr),
+            0);
   EXPECT_EQ(addImage(handle, nullptr, o), 0);
   EXPECT_EQ(ZOLT_PANO_GetTrackInfo(handle, nullptr, &o.key), 0);
   EXPECT_EQ(ZOLT_PANO_GetTrackInfo(handle, &o.offset, nullptr), 0);
   EXPECT_TRUE(o.untouched());
-  EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "ZOLT_PANO_AddImage :: NULL argument : call ignored"));
-  EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR,
-                           "ZOLT_PANO_AddImage :: Invalid canvas : NULL record or empty : call ignored"));
-  EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "ZOLT_PANO_GetTrackInfo :: NULL argument : call ignored"));
+  EXPECT_TRUE(
+      log.contains(ANDROID_LOG_ERROR, "ZOLT_PANO_AddImage :: NULL argument : call ignored"));
+  EXPECT_TRUE(
+      log.contains(ANDROID_LOG_ERROR,
+                   "ZOLT_PANO_AddImage :: Invalid canvas : NULL record or empty : call ignored"));
+  EXPECT_TRUE(
+      log.contains(ANDROID_LOG_ERROR, "ZOLT_PANO_GetTrackInfo :: NULL argument : call ignored"));
   EXPECT_EQ(ZOLT_PANO_Release(&handle), 0);
 }
 
@@ -164,7 +172,11 @@ TEST(CallGuard, FramesOfAnotherSizeOrWithoutPlanesAreNotRead) {
   auto* engine = static_cast<OrreryEngine*>(handle);
   zolt::test::LogCapture log;
   zolt::test::Nv21Buffer canvas(2560, 720);
-  struct Case { int w, h; bool nullY, nullVU; const char* line; };
+  struct Case {
+    int w, h;
+    bool nullY, nullVU;
+    const char* line;
+  };
   const Case cases[] = {
       {960, 540, false, false, "Invalid frame : 960x540, preview is 1280x720 : frame ignored"},
       {1920, 1080, false, false, "Invalid frame : 1920x1080, preview is 1280x720 : frame ignored"},
@@ -187,7 +199,8 @@ TEST(CallGuard, FramesOfAnotherSizeOrWithoutPlanesAreNotRead) {
     EXPECT_EQ(o.key, 0);
     EXPECT_EQ(addImage(handle, &canvas.rec, o), 0);
     EXPECT_TRUE(o.untouched());
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, std::string("ZOLT_PANO_SelectFrames :: ") + c.line));
+    EXPECT_TRUE(
+        log.contains(ANDROID_LOG_ERROR, std::string("ZOLT_PANO_SelectFrames :: ") + c.line));
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR,
                              "ZOLT_PANO_AddImage :: last frame was refused : nothing to merge"));
   }
@@ -228,7 +241,12 @@ TEST(CallGuard, CanvasesThatCannotTakeTheSweepAreRefused) {
     selectFrame(handle, &frame, o);
     if (o.key == 1) {
       ASSERT_EQ(o.dir, MOVE_RIGHT);
-      struct Case { int cw, ch; int gap; bool nullY; const char* line; };
+      struct Case {
+        int cw, ch;
+        int gap;
+        bool nullY;
+        const char* line;
+      };
       const Case cases[] = {
           {w - 2, h, 0, false, "cannot take a horizontal sweep of 1280x720 frames"},
           {3 * w, h - 2, 0, false, "cannot take a horizontal sweep of 1280x720 frames"},

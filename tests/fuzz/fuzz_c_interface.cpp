@@ -4,12 +4,15 @@
 // motion and key frames are merged), canvases of any shape, null records and outputs, saves
 // before any merge, the tracker's too-quick limits set at random. Engines are just above 640
 // pixels a side so that one run stays fast.
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstdio>
+#include <map>
 #include <string>
 #include <vector>
-
-#include <unistd.h>
 
 #include "engine/orrery_engine.h"
 #include "fuzz_input.h"
@@ -51,8 +54,9 @@ struct Slot {
 
 struct Program {
   Slot slots[kSlots];
-  std::vector<void*> stale;                    // handles released before
-  std::vector<std::vector<uint8_t>> buffers;  // every frame and canvas, alive to the end
+  std::vector<void*> stale;                   // handles released before
+  std::vector<std::vector<uint8_t>> buffers;  // every frame, alive to the end
+  std::map<std::array<int, 3>, std::vector<uint8_t>> canvases;  // slot, width, height
   std::string savePath = "/tmp/zolt_fuzz_" + std::to_string(getpid());
 
   uint8_t* buffer(size_t bytes) {
@@ -63,15 +67,18 @@ struct Program {
   void* pickHandle(FuzzInput& in, Slot*& slot) {
     slot = &slots[in.pick(kSlots)];
     switch (in.pick(8)) {
-      case 0: return stale.empty() ? nullptr : stale[in.pick(static_cast<int>(stale.size()))];
-      case 1: return static_cast<void*>(&stale);  // memory that is no engine
-      default: return slot->handle;
+      case 0:
+        return stale.empty() ? nullptr : stale[in.pick(static_cast<int>(stale.size()))];
+      case 1:
+        return static_cast<void*>(&stale);  // memory that is no engine
+      default:
+        return slot->handle;
     }
   }
 
   void initial(FuzzInput& in) {
-    static const int kSizes[][2] = {{642, 642}, {660, 644}, {644, 700}, {640, 480}, {0, 0},
-                                    {-2, 900}, {642, 642}, {642, 642}};
+    static const int kSizes[][2] = {{642, 642}, {660, 644}, {644, 700}, {640, 480},
+                                    {0, 0},     {-2, 900},  {642, 642}, {642, 642}};
     Slot& s = slots[in.pick(kSlots)];
     const auto* size = kSizes[in.pick(8)];
     tag_ZOLT_PANO_INIT_PARAM p{};
@@ -96,11 +103,22 @@ struct Program {
     void* h = pickHandle(in, s);
     int w = s->w, hh = s->h;
     switch (in.pick(10)) {
-      case 0: w = 320; hh = 240; break;
-      case 1: w -= 2; break;
-      case 2: hh += 2; break;
-      case 3: w = 2; hh = 2; break;
-      default: break;
+      case 0:
+        w = 320;
+        hh = 240;
+        break;
+      case 1:
+        w -= 2;
+        break;
+      case 2:
+        hh += 2;
+        break;
+      case 3:
+        w = 2;
+        hh = 2;
+        break;
+      default:
+        break;
     }
     if (w <= 0 || hh <= 0) w = hh = 2;
     const size_t ySize = static_cast<size_t>(w) * hh;
@@ -146,17 +164,38 @@ struct Program {
     void* h = pickHandle(in, s);
     int w = s->w, hh = s->h;
     switch (in.pick(10)) {
-      case 0: w *= 3; break;
-      case 1: hh *= 3; break;
-      case 2: w = hh = 0; break;
-      case 3: w = 3 * w + 1; break;
-      case 4: w -= 2; break;
-      case 5: hh = 3 * hh - 2; break;
-      case 6: break;
-      default: if (in.flag()) w *= 3; else hh *= 3; break;
+      case 0:
+        w *= 3;
+        break;
+      case 1:
+        hh *= 3;
+        break;
+      case 2:
+        w = hh = 0;
+        break;
+      case 3:
+        w = 3 * w + 1;
+        break;
+      case 4:
+        w -= 2;
+        break;
+      case 5:
+        hh = 3 * hh - 2;
+        break;
+      case 6:
+        break;
+      default:
+        if (in.flag())
+          w *= 3;
+        else
+          hh *= 3;
+        break;
     }
     const size_t ySize = static_cast<size_t>(std::max(w, 0)) * std::max(hh, 0);
-    uint8_t* buf = buffer(ySize + ySize / 2);
+    // An app passes the same canvas on every call: one buffer per slot and shape.
+    std::vector<uint8_t>& bytes = canvases[{static_cast<int>(s - slots), w, hh}];
+    if (bytes.empty()) bytes.resize(std::max<size_t>(ySize + ySize / 2, 1));
+    uint8_t* buf = bytes.data();
     __tag_ZOLT_OFFSCREEN canvas{0, w, hh, buf, buf + ySize};
     const int nulls = in.pick(24);
     if (nulls == 0) canvas.planeY = nullptr;

@@ -40,9 +40,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::remove(path.c_str());
     if (!(leaveOut & (1 << i))) zolt::fuzz::writeFile(path, text.data(), text.size());
   }
-  const uint32_t length =
-      (in.byte() | (in.byte() << 8) | (in.byte() << 16) | (static_cast<uint32_t>(in.byte()) << 24)) &
-      ((4u << 20) - 1);
+  const uint32_t length = (in.byte() | (in.byte() << 8) | (in.byte() << 16) |
+                           (static_cast<uint32_t>(in.byte()) << 24)) &
+                          ((4u << 20) - 1);
   size_t got;
   const uint8_t* pattern = in.take(in.left(), got);
   std::vector<uint8_t> frames(length, 128);

@@ -22,7 +22,8 @@ int main(int argc, char** argv) {
     const fs::path p(argv[i]);
     if (fs::is_directory(p)) {
       for (const auto& e : fs::recursive_directory_iterator(p))
-        if (e.is_regular_file() && e.path().filename().string()[0] != '.') files.push_back(e.path());
+        if (e.is_regular_file() && e.path().filename().string()[0] != '.')
+          files.push_back(e.path());
     } else if (fs::exists(p)) {
       files.push_back(p);
     }
@@ -30,7 +31,8 @@ int main(int argc, char** argv) {
   std::sort(files.begin(), files.end());
   for (const fs::path& f : files) {
     std::ifstream in(f, std::ios::binary);
-    std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
+                               std::istreambuf_iterator<char>());
     std::printf("%s (%zu bytes)\n", f.string().c_str(), bytes.size());
     std::fflush(stdout);
     LLVMFuzzerTestOneInput(bytes.data(), bytes.size());

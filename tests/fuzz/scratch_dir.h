@@ -11,7 +11,8 @@ namespace zolt::fuzz {
 
 inline std::string scratchDir(const char* name) {
   namespace fs = std::filesystem;
-  const fs::path dir = fs::temp_directory_path() / (std::string(name) + "_" + std::to_string(getpid()));
+  const fs::path dir =
+      fs::temp_directory_path() / (std::string(name) + "_" + std::to_string(getpid()));
   fs::remove_all(dir);
   fs::create_directories(dir);
   return dir.string();
