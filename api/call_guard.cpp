@@ -37,8 +37,10 @@ bool canvasFits(const OrreryEngine& engine, const __tag_ZOLT_OFFSCREEN* canvas, 
   if (canvas->planeY == nullptr || canvas->planeVU == nullptr ||
       canvas->planeVU != canvas->planeY + static_cast<int64_t>(w) * h || ((w | h) & 1) != 0 ||
       bytes > INT32_MAX) {
-    ZLOGE("%s :: Invalid canvas : %dx%d needs even sides and one buffer, VU behind Y : "
-          "call ignored", where, w, h);
+    ZLOGE(
+        "%s :: Invalid canvas : %dx%d needs even sides and one buffer, VU behind Y : "
+        "call ignored",
+        where, w, h);
     return false;
   }
   const bool horizontal = d == MOVE_RIGHT || d == MOVE_LEFT;

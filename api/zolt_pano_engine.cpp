@@ -68,8 +68,9 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_SelectFrames(void* handle, void*, void*, __tag_ZO
   OrreryEngine* engine = zolt::api::liveEngine(handle, "ZOLT_PANO_SelectFrames");
   if (isKeyFrame != nullptr) *isKeyFrame = 0;
   if (engine == nullptr) return ERR_INVALID_DIMENSIONS;
-  const bool usable = allGiven({offset, isKeyFrame, direction, sweepLength}, "ZOLT_PANO_SelectFrames") &&
-                      zolt::api::frameFits(*engine, frame, "ZOLT_PANO_SelectFrames");
+  const bool usable =
+      allGiven({offset, isKeyFrame, direction, sweepLength}, "ZOLT_PANO_SelectFrames") &&
+      zolt::api::frameFits(*engine, frame, "ZOLT_PANO_SelectFrames");
   zolt::api::setFrameRefused(engine, !usable);
   if (!usable) return ERR_INVALID_DIMENSIONS;
   const int64_t start = zolt::ticks();
