@@ -21,14 +21,15 @@ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DZOLTPANO_TESTS=OFF -DZOLTPANO_BENCHMARKS=OFF -DZOLTPANO_TOOLS=ON >/dev/null
 cmake --build "$build" -j "$jobs" --target "${targets[@]/#/fuzz_}"
 
-# The corpus grows in build/fuzz/corpus; the repository's seeds are only read.
+# The corpus grows in build/fuzz/corpus; the repository's seeds and regressions are only read
+# (and every regression is run first, under clang's sanitizers, which see more than GCC's).
 run() {
   local t=$1 work="$build/corpus/$t" found="$build/findings/$t"
   mkdir -p "$work" "$found"
   local rc=0
   ASAN_OPTIONS=detect_leaks=1:allocator_may_return_null=0 \
   UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-    "$build/tests/fuzz/fuzz_$t" "$work" "tests/fuzz/corpus/$t" \
+    "$build/tests/fuzz/fuzz_$t" "$work" "tests/fuzz/corpus/$t" "tests/fuzz/regressions/$t" \
       -max_total_time="$seconds" -timeout=30 -rss_limit_mb=2048 -max_len=8192 \
       -artifact_prefix="$found/" -print_final_stats=1 >"$build/fuzz_$t.log" 2>&1 || rc=$?
   local execs speed

@@ -113,6 +113,25 @@ TEST(CallGuard, HandlesThatAreNotLiveEnginesAreRefused) {
   EXPECT_EQ(ZOLT_PANO_Release(&live), 0);
 }
 
+// Preview sizes that are no size at all: refused like any side of 640 or less, before the
+// tracker derives anything from them (a side of 0 once made its scale infinite and cast NaN to
+// int, which clang's UndefinedBehaviorSanitizer reports).
+TEST(CallGuard, PreviewSizesOfZeroOrBelowAreRefused) {
+  zolt::test::LogCapture log;
+  const int sizes[][2] = {{0, 0}, {0, 720}, {1280, 0}, {-2, 900}, {-1280, -720}, {INT32_MIN, 720}};
+  for (const auto& size : sizes) {
+    SCOPED_TRACE(testing::Message() << size[0] << "x" << size[1]);
+    tag_ZOLT_PANO_INIT_PARAM p{};
+    p.previewWidth = size[0];
+    p.previewHeight = size[1];
+    void* handle = reinterpret_cast<void*>(0x1234);
+    EXPECT_EQ(ZOLT_PANO_Initial(&p, &handle), ERR_INVALID_DIMENSIONS);
+    EXPECT_EQ(handle, reinterpret_cast<void*>(0x1234));
+  }
+  EXPECT_TRUE(
+      log.contains(ANDROID_LOG_ERROR, "ZOLT_PANO_Initial :: Invalid Dimensions : returning ERROR"));
+}
+
 // Null records and outputs: the call is refused before anything is read or written.
 TEST(CallGuard, NullRecordsAndOutputsAreRefused) {
   zolt::test::LogCapture log;

@@ -14,7 +14,9 @@ def pick(v):
 
 # --- c_interface: ops are pick(16): 0-1 Initial, 2-8 SelectFrames, 9-12 AddImage, 13-15 other.
 def initial(slot=0, size=0, nulls=2, x=0, y=50):
-    return pick(0) + pick(slot) + pick(size) + bytes([1]) + pick(90) + pick(nulls) + pick(x) + pick(y)
+    ok = size not in (3, 4, 5) and nulls > 1  # a refused Initial reads no camera position
+    return pick(0) + pick(slot) + pick(size) + bytes([1]) + pick(90) + pick(nulls) + \
+        (pick(x) + pick(y) if ok else b"")
 
 
 def select(slot=0, handle=2, size=9, dx=40, dy=4, nulls=10):
