@@ -1,8 +1,11 @@
 // The exported C functions that drive an engine. Thin shells over OrreryEngine; no C++
 // exception leaves them.
 #include <exception>
+#include <initializer_list>
 #include <string>
 
+#include "api/call_guard.h"
+#include "api/engine_registry.h"
 #include "engine/orrery_engine.h"
 #include "platform/clock.h"
 #include "platform/log.h"
@@ -23,7 +26,16 @@ void logException(const char* where) {
   }
 }
 
-OrreryEngine* engineOf(void* handle) { return static_cast<OrreryEngine*>(handle); }
+// Null arguments of the calls that take them: refused with one error line.
+bool allGiven(std::initializer_list<const void*> args, const char* where) {
+  for (const void* a : args) {
+    if (a == nullptr) {
+      ZLOGE("%s :: NULL argument : call ignored", where);
+      return false;
+    }
+  }
+  return true;
+}
 
 // Stops the polling thread and frees the sensor object; pSensorHandle is null afterwards.
 void finishSensor() {
@@ -83,6 +95,7 @@ void provideSensorValues(OrreryEngine* engine) {
 extern "C" {
 
 ZOLT_PANO_EXPORT int ZOLT_PANO_Initial(tag_ZOLT_PANO_INIT_PARAM* param, void** handle) {
+  if (!allGiven({param, handle}, "ZOLT_PANO_Initial")) return ERR_INVALID_DIMENSIONS;
   OrreryEngine* engine = nullptr;
   try {
     engine = new OrreryEngine(param->mode);
@@ -93,6 +106,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_Initial(tag_ZOLT_PANO_INIT_PARAM* param, void** h
     return ERR_INVALID_DIMENSIONS;
   }
   *handle = engine;
+  zolt::api::enroll(engine);
   startGyroscope();
   ZLOGI("SensorInterface : Cam orientation = %d ", param->camOrientation);
   ZLOGI("ZOLT Panorama Lib Version: %s ", ZOLT_PANO_GetVersion());
@@ -102,9 +116,15 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_Initial(tag_ZOLT_PANO_INIT_PARAM* param, void** h
 ZOLT_PANO_EXPORT int ZOLT_PANO_SelectFrames(void* handle, void*, void*, __tag_ZOLT_OFFSCREEN* frame,
                                             void*, tsPOINT* offset, long* isKeyFrame, void*,
                                             int* direction, int* sweepLength) {
-  OrreryEngine* engine = engineOf(handle);
+  OrreryEngine* engine = zolt::api::liveEngine(handle, "ZOLT_PANO_SelectFrames");
+  if (isKeyFrame != nullptr) *isKeyFrame = 0;
+  if (engine == nullptr) return ERR_INVALID_DIMENSIONS;
+  const bool usable =
+      allGiven({offset, isKeyFrame, direction, sweepLength}, "ZOLT_PANO_SelectFrames") &&
+      zolt::api::frameFits(*engine, frame, "ZOLT_PANO_SelectFrames");
+  zolt::api::setFrameRefused(engine, !usable);
+  if (!usable) return ERR_INVALID_DIMENSIONS;
   const int64_t start = zolt::ticks();
-  *isKeyFrame = 0;
   int result = engine->resultCode;
   try {
     provideSensorValues(engine);
@@ -121,8 +141,16 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_SelectFrames(void* handle, void*, void*, __tag_ZO
 ZOLT_PANO_EXPORT int ZOLT_PANO_AddImage(void* handle, void*, void*, void*, void*,
                                         __tag_ZOLT_OFFSCREEN* panorama, tsRECT* validRect, void*,
                                         int* progress) {
+  OrreryEngine* engine = zolt::api::liveEngine(handle, "ZOLT_PANO_AddImage");
+  if (engine == nullptr || !allGiven({validRect, progress}, "ZOLT_PANO_AddImage") ||
+      !zolt::api::canvasFits(*engine, panorama, "ZOLT_PANO_AddImage"))
+    return 0;
+  if (zolt::api::frameRefused(engine)) {
+    ZLOGE("%s :: last frame was refused : nothing to merge", "ZOLT_PANO_AddImage");
+    return 0;
+  }
   try {
-    engineOf(handle)->provideNV21Image_AddImage(panorama, validRect, progress);
+    engine->provideNV21Image_AddImage(panorama, validRect, progress);
   } catch (...) {
     logException("ZOLT_PANO_AddImage");
   }
@@ -130,33 +158,38 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_AddImage(void* handle, void*, void*, void*, void*
 }
 
 ZOLT_PANO_EXPORT int ZOLT_PANO_GetTrackInfo(void* handle, tsPOINT* offset, long* isKeyFrame) {
-  engineOf(handle)->GrabInfo_Tracking(offset, isKeyFrame);
+  OrreryEngine* engine = zolt::api::liveEngine(handle, "ZOLT_PANO_GetTrackInfo");
+  if (engine == nullptr || !allGiven({offset, isKeyFrame}, "ZOLT_PANO_GetTrackInfo")) return 0;
+  engine->GrabInfo_Tracking(offset, isKeyFrame);
   return 0;
 }
 
 ZOLT_PANO_EXPORT int ZOLT_PANO_Release(void** handle) {
+  // The gyroscope is the process's, not the engine's: it stops whatever the handle is.
   try {
     finishSensor();
   } catch (...) {
     logException("ZOLT_PANO_Release");
   }
-  OrreryEngine* engine = engineOf(*handle);
-  if (engine == nullptr) return 0;  // nothing was created
+  OrreryEngine* engine = zolt::api::withdraw(handle, "ZOLT_PANO_Release");
+  if (engine == nullptr) return 0;  // not ours (any more)
   try {
     engine->release();
   } catch (...) {
     logException("ZOLT_PANO_Release");
   }
-  delete engine;
+  zolt::api::retire(engine);
   return 0;
 }
 
 }  // extern "C"
 
 ZOLT_PANO_EXPORT void ZOLT_PANO_SaveImage(void* handle, std::string fileName) {
-  std::string name = fileName + ".jpg";
+  OrreryEngine* engine = zolt::api::liveEngine(handle, "ZOLT_PANO_SaveImage");
+  if (engine == nullptr) return;
   try {
-    engineOf(handle)->storeOutputTo(&name[0]);
+    std::string name = fileName + ".jpg";
+    engine->storeOutputTo(&name[0]);
   } catch (...) {
     logException("ZOLT_PANO_SaveImage");
   }

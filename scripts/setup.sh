@@ -25,6 +25,7 @@ pkgs=(
   libopencv-dev libhwy-dev libgtest-dev libgmock-dev libbenchmark-dev
   android-liblog-dev android-platform-frameworks-native-headers
   libcli11-dev nlohmann-json3-dev
+  clang libclang-rt-14-dev
   lomiri-wallpapers-16.04 lomiri-wallpapers-20.04
 )
 if [ "$want_armhf" -eq 1 ]; then

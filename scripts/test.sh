@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds and runs every test: host, host under AddressSanitizer and
-# UndefinedBehaviorSanitizer, the sensor and engine tests under ThreadSanitizer, and the armhf
-# (32-bit ARM, NEON) cross build under qemu-arm.
+# UndefinedBehaviorSanitizer, the sensor and engine tests under ThreadSanitizer, the fuzz targets
+# for a minute each (scripts/fuzz.sh), and the armhf (32-bit ARM, NEON) cross build under qemu-arm.
 #   scripts/test.sh [--host-only | --no-armhf]
 #     --host-only   only the host build and its tests
-#     --no-armhf    host and sanitizer stages, no cross build
+#     --no-armhf    host, sanitizer and fuzzing stages, no cross build
 # ZOLTPANO_JOBS sets the build and test parallelism (default: the number of cores, at most 2).
-# Build trees: build/host, build/asan, build/tsan, build/armhf; the armhf root file system:
-# .armhf-rootfs (or $ZOLTPANO_ARMHF_ROOTFS).
+# Build trees: build/host, build/asan, build/tsan, build/fuzz, build/armhf; the armhf root file
+# system: .armhf-rootfs (or $ZOLTPANO_ARMHF_ROOTFS).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -20,7 +20,7 @@ for a in "$@"; do
   case "$a" in
     --host-only) host_only=1; armhf=0 ;;
     --no-armhf) armhf=0 ;;
-    -h|--help) sed -n '2,9p' "$0"; exit 0 ;;
+    -h|--help) sed -n '2,10p' "$0"; exit 0 ;;
     *) echo "test.sh: unknown option '$a'" >&2; exit 2 ;;
   esac
 done
@@ -71,6 +71,9 @@ if [ "$host_only" -eq 0 ]; then
   begin "TSan build and tests (sensor, engine)"
   bash scripts/test_tsan.sh "$jobs"
   end "clean"
+  begin "fuzzing (clang, ASan+UBSan, 60 s a target)"
+  ZOLTPANO_JOBS=$jobs bash scripts/fuzz.sh 60 | tee build/fuzz-summary.log
+  end "$(grep -c 'no finding' build/fuzz-summary.log) targets without a finding"
 fi
 
 if [ "$armhf" -eq 1 ]; then

@@ -88,6 +88,10 @@ SweepReader::SweepReader(const std::string& dir) : dir_(dir) {
   }
   if (width_ <= 0 || height_ <= 0 || frames_ <= 0)
     throw SimError("'" + metaPath + "' gives no frames");
+  // NV21 samples colour per 2x2 block: the frame file's layout needs even sides.
+  if ((width_ | height_) & 1)
+    throw SimError("'" + metaPath + "' gives " + std::to_string(width_) + "x" +
+                   std::to_string(height_) + " frames: NV21 needs even sides");
   truth_ = readTruthCsv(dir + "/truth.csv");
   if (static_cast<int>(truth_.size()) != frames_)
     throw SimError("'" + dir + "/truth.csv' has " + std::to_string(truth_.size()) +

@@ -3,6 +3,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -21,6 +22,9 @@ namespace fs = std::filesystem;
 namespace {
 
 std::string sizeText(int w, int h) { return std::to_string(w) + "x" + std::to_string(h); }
+
+// A thin picture scaled up until its short side is above 640 could make frames of gigabytes.
+constexpr int kMaxUpscaledSide = 8192;
 
 class SweepSource : public FrameSource {
  public:
@@ -147,7 +151,14 @@ class ImageFolderSource : public FrameSource {
 
  private:
   static cv::Mat load(const std::string& file) {
-    cv::Mat img = cv::imread(file, cv::IMREAD_COLOR);
+    cv::Mat img;
+    try {
+      img = cv::imread(file, cv::IMREAD_COLOR);
+    } catch (const cv::Exception&) {
+      // A decoder refuses what its header claims (a side beyond OpenCV's limits, say) by
+      // throwing; for the user it is one more image that cannot be read.
+      img.release();
+    }
     if (img.empty()) throw InputError("cannot read image '" + file + "'");
     return img;
   }
@@ -157,9 +168,12 @@ class ImageFolderSource : public FrameSource {
 }  // namespace
 
 void upscaledSize(int w, int h, int& outW, int& outH) {
-  // Both sides must exceed 640 and be even (NV21 samples colour per 2x2 block).
+  // Both sides must exceed 640 and be even (NV21 samples colour per 2x2 block). A very thin
+  // picture would give a side beyond int: held at INT_MAX rounded down to even.
   const double s = 642.0 / std::min(w, h);
-  auto even = [](double v) { return 2 * static_cast<int>(std::ceil(v / 2.0 - 1e-9)); };
+  auto even = [](double v) {
+    return 2 * static_cast<int>(std::min(std::ceil(v / 2.0 - 1e-9), (INT_MAX - 1) / 2.0));
+  };
   outW = std::max(642, even(w * s));
   outH = std::max(642, even(h * s));
 }
@@ -173,6 +187,10 @@ void FrameSource::setNativeSize(int w, int h) {
       throw InputError("frames are " + sizeText(w, h) +
                        ": the engine needs both sides above 640 (--upscale scales them up)");
     upscaledSize(w, h, width_, height_);
+    if (std::max(width_, height_) > kMaxUpscaledSide)
+      throw InputError("frames are " + sizeText(w, h) + ": scaled up to above 640 on both sides " +
+                       "they would be more than " + std::to_string(kMaxUpscaledSide) +
+                       " pixels long");
   } else {
     // NV21 needs even sides: an odd last row or column is dropped.
     width_ = w & ~1;

@@ -25,6 +25,11 @@ double elapsedMs(int64_t sinceMs) { return static_cast<double>(zolt::wallClockMs
 }  // namespace
 
 ModuleTrack::ModuleTrack(int width, int height) : pixelAlign(std::max(width, 0)) {
+  // Refused before anything is derived from the size: a side of 0 would make the scale
+  // infinite and the sizes derived from it NaN, which no int can hold.
+  if (static_cast<double>(width) <= 640.0 || static_cast<double>(height) <= 640.0) {
+    throw std::exception();
+  }
   scale = 400.0 / width;
   smallWidth = scale * width;
   smallHeight = scale * height;
@@ -101,10 +106,6 @@ ModuleTrack::ModuleTrack(int width, int height) : pixelAlign(std::max(width, 0))
   std::fill(std::begin(curEulerGyro), std::end(curEulerGyro), 0.0);
   std::fill(std::begin(preRMatGyro), std::end(preRMatGyro), 0.0);
   std::fill(std::begin(curRMatGyro), std::end(curRMatGyro), 0.0);
-
-  if (static_cast<double>(width) <= 640.0 || static_cast<double>(height) <= 640.0) {
-    throw std::exception();
-  }
 
   bFirstFrame = true;
   bHaltTracking = false;

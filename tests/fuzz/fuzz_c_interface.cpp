@@ -1,0 +1,283 @@
+// Fuzz target: the public C interface driven as a careless app might. The input is a program
+// of calls: engines made and released (also twice, also through copies of stale handles),
+// frames of any size or content (or crops of one textured scene, so that the tracker finds
+// motion and key frames are merged), canvases of any shape, null records and outputs, saves
+// before any merge, the tracker's too-quick limits set at random. Engines are just above 640
+// pixels a side so that one run stays fast.
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "engine/orrery_engine.h"
+#include "fuzz_input.h"
+#include "quiet_log.h"
+#include "tracker/module_track.h"
+#include "zolt_pano.h"
+
+namespace {
+
+using zolt::fuzz::FuzzInput;
+
+constexpr int kSlots = 3;
+constexpr int kMaxCalls = 48;
+constexpr int kSceneW = 2400, kSceneH = 1000;
+
+// A blocky random scene (luma only) that FAST finds corners in; made once.
+const std::vector<uint8_t>& scene() {
+  static const std::vector<uint8_t> s = [] {
+    std::vector<uint8_t> y(static_cast<size_t>(kSceneW) * kSceneH);
+    uint32_t state = 12345;
+    std::vector<uint8_t> block((kSceneW / 8 + 1) * (kSceneH / 8 + 1));
+    for (auto& b : block) {
+      state = state * 1664525u + 1013904223u;
+      b = static_cast<uint8_t>(state >> 24);
+    }
+    for (int r = 0; r < kSceneH; ++r)
+      for (int c = 0; c < kSceneW; ++c)
+        y[static_cast<size_t>(r) * kSceneW + c] = block[(r / 8) * (kSceneW / 8 + 1) + c / 8];
+    return y;
+  }();
+  return s;
+}
+
+struct Slot {
+  void* handle = nullptr;
+  int w = 0, h = 0;  // the preview size the engine was made for
+  int x = 0, y = 0;  // where its camera looks in the scene
+};
+
+struct Program {
+  Slot slots[kSlots];
+  std::vector<void*> stale;                   // handles released before
+  std::vector<std::vector<uint8_t>> buffers;  // every frame, alive to the end
+  std::map<std::array<int, 3>, std::vector<uint8_t>> canvases;  // slot, width, height
+  std::string savePath = "/tmp/zolt_fuzz_" + std::to_string(getpid());
+
+  uint8_t* buffer(size_t bytes) {
+    buffers.emplace_back(bytes > 0 ? bytes : 1);
+    return buffers.back().data();
+  }
+
+  void* pickHandle(FuzzInput& in, Slot*& slot) {
+    slot = &slots[in.pick(kSlots)];
+    switch (in.pick(8)) {
+      case 0:
+        return stale.empty() ? nullptr : stale[in.pick(static_cast<int>(stale.size()))];
+      case 1:
+        return static_cast<void*>(&stale);  // memory that is no engine
+      default:
+        return slot->handle;
+    }
+  }
+
+  void initial(FuzzInput& in) {
+    static const int kSizes[][2] = {{642, 642}, {660, 644}, {644, 700}, {640, 480},
+                                    {0, 0},     {-2, 900},  {642, 642}, {642, 642}};
+    Slot& s = slots[in.pick(kSlots)];
+    const auto* size = kSizes[in.pick(8)];
+    tag_ZOLT_PANO_INIT_PARAM p{};
+    p.previewWidth = size[0];
+    p.previewHeight = size[1];
+    p.mode = in.byte();
+    p.camOrientation = in.pick(360);
+    void* h = nullptr;
+    const int nulls = in.pick(16);
+    const int rc = ZOLT_PANO_Initial(nulls == 0 ? nullptr : &p, nulls == 1 ? nullptr : &h);
+    if (rc != SUCCESS) return;
+    if (s.handle != nullptr) {  // the app forgot the old engine: released here, as at the end
+      void* old = s.handle;
+      ZOLT_PANO_Release(&old);
+      stale.push_back(old);
+    }
+    s = Slot{h, size[0], size[1], in.pick(200), 100 + in.pick(100)};
+  }
+
+  void selectFrames(FuzzInput& in) {
+    Slot* s;
+    void* h = pickHandle(in, s);
+    int w = s->w, hh = s->h;
+    switch (in.pick(10)) {
+      case 0:
+        w = 320;
+        hh = 240;
+        break;
+      case 1:
+        w -= 2;
+        break;
+      case 2:
+        hh += 2;
+        break;
+      case 3:
+        w = 2;
+        hh = 2;
+        break;
+      default:
+        break;
+    }
+    if (w <= 0 || hh <= 0) w = hh = 2;
+    const size_t ySize = static_cast<size_t>(w) * hh;
+    uint8_t* buf = buffer(ySize + ySize / 2);
+    switch (in.pick(4)) {
+      case 0: {  // raw bytes, repeated
+        size_t got;
+        const uint8_t* src = in.take(64, got);
+        for (size_t i = 0; got > 0 && i < ySize + ySize / 2; ++i) buf[i] = src[i % got];
+        break;
+      }
+      case 1:
+        std::fill(buf, buf + ySize, static_cast<uint8_t>(in.byte()));
+        std::fill(buf + ySize, buf + ySize + ySize / 2, 128);
+        break;
+      default: {  // the scene, the camera moved a little (mostly to the right)
+        s->x += in.pick(81) - 20;
+        s->y += in.pick(9) - 4;
+        s->x = std::max(0, std::min(s->x, kSceneW - w));
+        s->y = std::max(0, std::min(s->y, kSceneH - hh));
+        for (int r = 0; r < hh; ++r) {
+          const uint8_t* row = scene().data() + static_cast<size_t>(s->y + r) * kSceneW + s->x;
+          std::copy(row, row + std::min(w, kSceneW), buf + static_cast<size_t>(r) * w);
+        }
+        std::fill(buf + ySize, buf + ySize + ySize / 2, 128);
+        break;
+      }
+    }
+    __tag_ZOLT_OFFSCREEN frame{0, w, hh, buf, buf + ySize};
+    const int nulls = in.pick(24);
+    if (nulls == 0) frame.planeY = nullptr;
+    if (nulls == 1) frame.planeVU = nullptr;
+    tsPOINT offset;
+    long key;
+    int dir, length;
+    ZOLT_PANO_SelectFrames(h, nullptr, nullptr, nulls == 2 ? nullptr : &frame, nullptr,
+                           nulls == 3 ? nullptr : &offset, nulls == 4 ? nullptr : &key, nullptr,
+                           nulls == 5 ? nullptr : &dir, nulls == 6 ? nullptr : &length);
+  }
+
+  void addImage(FuzzInput& in) {
+    Slot* s;
+    void* h = pickHandle(in, s);
+    int w = s->w, hh = s->h;
+    switch (in.pick(10)) {
+      case 0:
+        w *= 3;
+        break;
+      case 1:
+        hh *= 3;
+        break;
+      case 2:
+        w = hh = 0;
+        break;
+      case 3:
+        w = 3 * w + 1;
+        break;
+      case 4:
+        w -= 2;
+        break;
+      case 5:
+        hh = 3 * hh - 2;
+        break;
+      case 6:
+        break;
+      default:
+        if (in.flag())
+          w *= 3;
+        else
+          hh *= 3;
+        break;
+    }
+    const size_t ySize = static_cast<size_t>(std::max(w, 0)) * std::max(hh, 0);
+    // An app passes the same canvas on every call: one buffer per slot and shape.
+    std::vector<uint8_t>& bytes = canvases[{static_cast<int>(s - slots), w, hh}];
+    if (bytes.empty()) bytes.resize(std::max<size_t>(ySize + ySize / 2, 1));
+    uint8_t* buf = bytes.data();
+    __tag_ZOLT_OFFSCREEN canvas{0, w, hh, buf, buf + ySize};
+    const int nulls = in.pick(24);
+    if (nulls == 0) canvas.planeY = nullptr;
+    if (nulls == 1) canvas.planeVU = nullptr;
+    tsRECT rect;
+    int progress;
+    ZOLT_PANO_AddImage(h, nullptr, nullptr, nullptr, nullptr, nulls == 2 ? nullptr : &canvas,
+                       nulls == 3 ? nullptr : &rect, nullptr, nulls == 4 ? nullptr : &progress);
+  }
+
+  void other(FuzzInput& in) {
+    Slot* s;
+    void* h = pickHandle(in, s);
+    switch (in.pick(6)) {
+      case 0: {
+        tsPOINT offset;
+        long key;
+        const int nulls = in.pick(8);
+        ZOLT_PANO_GetTrackInfo(h, nulls == 0 ? nullptr : &offset, nulls == 1 ? nullptr : &key);
+        break;
+      }
+      case 1:
+        ZOLT_PANO_SaveImage(h, in.flag() ? savePath : "/nonexistent-dir/zolt/pano");
+        std::remove((savePath + ".jpg").c_str());
+        break;
+      case 2: {  // release; the app keeps its (now stale) handle
+        void* slot = h;
+        ZOLT_PANO_Release(in.pick(16) == 0 ? nullptr : &slot);
+        if (h == s->handle && h != nullptr) {
+          stale.push_back(h);
+          s->handle = nullptr;
+        }
+        break;
+      }
+      case 3: {  // the too-quick limits, straight into the tracker of a live engine
+        if (s->handle == nullptr) break;
+        tag_ZOLT_PANO_INNER_PARAM p{};
+        p.traceTooQuickOn = in.byte();
+        p.traceTooQuickX = in.pick(65536) - 32768;
+        p.traceTooQuickY = in.pick(65536) - 32768;
+        static_cast<OrreryEngine*>(s->handle)->tracker->trace_too_quick_params(&p);
+        break;
+      }
+      case 4:
+        ZOLT_PANO_SetInternalParameter();
+        ZOLT_PANO_UpdateUIImage();
+        ZOLT_PANO_Stitch();
+        break;
+      default:
+        ZOLT_PANO_GetVersion();
+        break;
+    }
+  }
+
+  void run(FuzzInput& in) {
+    for (int call = 0; call < kMaxCalls && !in.empty(); ++call) {
+      const int op = in.pick(16);
+      if (op < 2) {
+        initial(in);
+      } else if (op < 9) {
+        selectFrames(in);
+      } else if (op < 13) {
+        addImage(in);
+      } else {
+        other(in);
+      }
+    }
+    for (Slot& s : slots)
+      if (s.handle != nullptr) ZOLT_PANO_Release(&s.handle);
+  }
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  zolt::fuzz::quietLog();
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  FuzzInput in(data, size);
+  Program program;
+  program.run(in);
+  return 0;
+}

@@ -1,0 +1,45 @@
+// Recorded gyroscope events (a gyro.csv as the simulator writes it) fed to the host sensor
+// service in step with the frames, so that an offline run gives the engine what a phone's
+// gyroscope would: before each frame, every event up to the frame's time is pushed and has gone
+// through the engine's fusion before the frame is handed in.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "sim/sweep_types.h"
+
+namespace zolt::tools {
+
+class GyroFeed {
+ public:
+  // Reads the file (throws InputError when it cannot be read or holds no events) and gives the
+  // host a gyroscope from the next ZOLT_PANO_Initial on. offsetMs: how late the gyroscope's clock
+  // runs against the frames' (its event for frame time t is stamped t + offsetMs).
+  GyroFeed(const std::string& path, double offsetMs);
+  // Back to a host without a gyroscope.
+  ~GyroFeed();
+  GyroFeed(const GyroFeed&) = delete;
+  GyroFeed& operator=(const GyroFeed&) = delete;
+
+  // Pushes the events stamped up to frame time `frameMs` (ms on the frames' clock) not pushed
+  // yet, and waits until the engine has taken them.
+  void feedUpTo(double frameMs);
+  // A new engine starts at frame time `frameMs`: its fusion starts from the last event before
+  // that frame, so the events from there are fed again.
+  void restartAt(double frameMs);
+
+  size_t events() const { return events_.size(); }
+  size_t pushed() const { return pushed_; }
+
+ private:
+  int64_t stampFor(double frameMs) const;
+
+  std::vector<sim::GyroEvent> events_;  // in time order
+  double offsetMs_;
+  size_t next_ = 0;    // first event not pushed yet
+  size_t pushed_ = 0;  // events pushed in all, repeats included
+};
+
+}  // namespace zolt::tools
