@@ -106,6 +106,7 @@ struct Options {
   std::string size = "1280x720";
   int width = 1280, height = 720;
   std::string photo = "/usr/share/backgrounds/picosdeeuropa_by_Aitzol_Berasategi.jpg";
+  double photoScale = 0;      // 0: width / 1280, the same scene in every preview size
   int sweepFrames = 32;       // rendered frames; everything else replays them
   double speed = 0.04;        // along the sweep, fraction of the frame width per frame
   bool fill = true;
@@ -177,6 +178,7 @@ std::vector<Nv21> renderSweep(const Options& o) {
   cfg.frames = o.sweepFrames;
   cfg.speed = o.speed;
   cfg.photoPath = o.photo;
+  cfg.photoScale = o.photoScale > 0 ? o.photoScale : o.width / 1280.0;
   zolt::sim::SweepSimulator sim(cfg);
   std::vector<Nv21> frames;
   for (zolt::sim::SimFrame f; sim.next(f);) {
@@ -332,6 +334,9 @@ int main(int argc, char** argv) {
   CLI::App app{"Long runs of the panorama engine through its C interface"};
   app.add_option("--size", o.size, "preview size WxH")->capture_default_str();
   app.add_option("--photo", o.photo, "photo the sweep is rendered from")->capture_default_str();
+  app.add_option("--photo-scale", o.photoScale, "photo scale factor (0: preview width / 1280)")
+      ->capture_default_str()
+      ->check(CLI::Range(0.0, 8.0));
   app.add_option("--sweep-frames", o.sweepFrames, "rendered frames, replayed by every phase")
       ->capture_default_str()
       ->check(CLI::Range(8, 1000));
