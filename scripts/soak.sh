@@ -49,18 +49,19 @@ for size in $sizes; do
       --out-dir "$out" | tee "$log"; then
     status=1
   fi
-  # figures size=.. frames_per_s=.. cycles_per_s=.. vmhwm_mb=.. baseline_mb=..
+  # figures size=.. frames_per_s=.. frame_cpu_ms=.. cycles_per_s=.. cycle_cpu_ms=..
+  # vmhwm_mb=.. baseline_mb=..
   # frames_growth_mb=.. cycles_growth_mb=.. threads=idle/end time_s=..
   line=$(grep '^figures ' "$log" || true)
   get() { echo "$line" | tr ' ' '\n' | sed -n "s/^$1=//p"; }
   if [ -n "$line" ]; then
-    rows+=("| $size | $(get frames_per_s) | $(get cycles_per_s) | $(get vmhwm_mb) | $(get baseline_mb) | $(get frames_growth_mb) | $(get cycles_growth_mb) | $(get threads) |")
+    rows+=("| $size | $(get frames_per_s) ($(get frame_cpu_ms) ms) | $(get cycles_per_s) ($(get cycle_cpu_ms) ms) | $(get vmhwm_mb) | $(get baseline_mb) | $(get frames_growth_mb) | $(get cycles_growth_mb) | $(get threads) |")
   fi
 done
 
 echo
 echo "== soak figures ($build, $frames frames, $cycles cycles, $(nproc) cores)"
-echo "| preview | frames/s | cycles/s | peak RSS (VmHWM), MB | RSS before the first engine, MB | RSS growth over the frames, MB | RSS growth over the cycles, MB | threads (after the first engine / at the end) |"
+echo "| preview | frames/s (processor time a frame) | cycles/s (processor time a cycle) | peak RSS (VmHWM), MB | RSS before the first engine, MB | RSS growth over the frames, MB | RSS growth over the cycles, MB | threads (after the first engine / at the end) |"
 echo "|---|---|---|---|---|---|---|---|"
 printf '%s\n' "${rows[@]}"
 [ "$status" -eq 0 ] && echo "soak.sh: every check passed" || echo "soak.sh: a check FAILED"

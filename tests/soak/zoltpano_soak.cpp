@@ -14,6 +14,7 @@
 // (/proc/self/task) must be back where it was after every Release. Exit status 0 when every
 // check holds, 1 when one failed, 2 for a bad command line.
 #include <dirent.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <android/log.h>
@@ -85,6 +86,14 @@ int threadCount() {
     closedir(d);
   }
   return n;
+}
+
+// Processor time of the whole process (all threads), seconds: on a shared machine the wall
+// clock says more about the neighbours than about the engine.
+double cpuSeconds() {
+  rusage u{};
+  getrusage(RUSAGE_SELF, &u);
+  return u.ru_utime.tv_sec + u.ru_stime.tv_sec + (u.ru_utime.tv_usec + u.ru_stime.tv_usec) * 1e-6;
 }
 
 double seconds(std::chrono::steady_clock::time_point since) {
@@ -256,6 +265,7 @@ size_t pingPong(long i, size_t n) {
 
 struct RunFigures {
   double perSecond = 0;
+  double cpuMsEach = 0;  // processor milliseconds per frame or cycle
   long rssWarmKb = 0, rssEndKb = 0;
 };
 
@@ -267,6 +277,7 @@ RunFigures framesPhase(const Options& o, std::vector<Nv21>& frames, Checker& che
   const long warm = std::max(1L, o.frames / 10);
   RunFigures f;
   const auto start = std::chrono::steady_clock::now();
+  const double cpu0 = cpuSeconds();
   {
     Engine engine(w, h);
     check.expect(engine.ok(), "frames: Initial");
@@ -279,8 +290,10 @@ RunFigures framesPhase(const Options& o, std::vector<Nv21>& frames, Checker& che
     f.rssEndKb = statusKb("VmRSS");
   }
   f.perSecond = o.frames / seconds(start);
-  std::printf("frames: %ld frames through one engine at %.1f frames/s, %ld refused; codes:",
-              o.frames, f.perSecond, refused);
+  f.cpuMsEach = 1000.0 * (cpuSeconds() - cpu0) / o.frames;
+  std::printf("frames: %ld frames through one engine at %.1f frames/s (%.2f ms of processor time "
+              "each), %ld refused; codes:",
+              o.frames, f.perSecond, f.cpuMsEach, refused);
   for (const auto& c : codes) std::printf(" 0x%X x%ld", c.first, c.second);
   std::printf("\nframes: RSS %.1f MB after %ld frames, %.1f MB at the end (%+.1f MB)\n",
               mb(f.rssWarmKb), warm, mb(f.rssEndKb), mb(f.rssEndKb - f.rssWarmKb));
@@ -300,10 +313,10 @@ RunFigures cyclesPhase(const Options& o, std::vector<Nv21>& frames, int threadsI
   long failedInit = 0;
   RunFigures f;
   const auto start = std::chrono::steady_clock::now();
+  const double cpu0 = cpuSeconds();
   for (long c = 0; c < o.cycles; ++c) {
     {
-      // With --gyroscope the host's gyroscope stand-in would be started here, before Initial,
-      // so that every engine starts and stops the sensor thread.
+      // With --gyroscope, Initial starts the sensor thread and Release joins it.
       Engine engine(w, h);
       failedInit += !engine.ok();
       for (int k = 0; k < o.cycleFrames; ++k)
@@ -315,10 +328,12 @@ RunFigures cyclesPhase(const Options& o, std::vector<Nv21>& frames, int threadsI
   }
   f.rssEndKb = statusKb("VmRSS");
   f.perSecond = o.cycles / seconds(start);
+  f.cpuMsEach = 1000.0 * (cpuSeconds() - cpu0) / o.cycles;
   std::remove((name + ".jpg").c_str());
-  std::printf("cycles: %ld Initial/%d frames/Release cycles at %.1f cycles/s; RSS %.1f MB after "
+  std::printf("cycles: %ld Initial/%d frames/Release cycles at %.1f cycles/s (%.1f ms of processor "
+              "time each); RSS %.1f MB after "
               "%ld cycles, %.1f MB at the end (%+.1f MB); at most %d threads left after a Release\n",
-              o.cycles, o.cycleFrames, f.perSecond, mb(f.rssWarmKb), warm, mb(f.rssEndKb),
+              o.cycles, o.cycleFrames, f.perSecond, f.cpuMsEach, mb(f.rssWarmKb), warm, mb(f.rssEndKb),
               mb(f.rssEndKb - f.rssWarmKb), threadsLeft);
   check.expect(failedInit == 0, "cycles: every Initial succeeds");
   check.expect(threadsLeft == 0, "cycles: no thread left after Release");
@@ -368,6 +383,9 @@ int main(int argc, char** argv) {
     return 2;
   }
   if (o.gyroscope) {
+    // Where the host's gyroscope stand-in (zolt_host_sensor_*) is started once this build has
+    // it: then every Initial starts the sensor thread and every Release must join it, which the
+    // thread count after each cycle checks.
     std::fprintf(stderr, "zoltpano_soak: this build has no host gyroscope\n");
     return 2;
   }
@@ -404,10 +422,12 @@ int main(int argc, char** argv) {
   check.expect(threadsEnd == threadsIdle, "threads back to the count before the first engine");
 
   const long hwmKb = statusKb("VmHWM");
-  std::printf("figures size=%dx%d frames_per_s=%.1f cycles_per_s=%.1f vmhwm_mb=%.1f "
+  std::printf("figures size=%dx%d frames_per_s=%.1f frame_cpu_ms=%.2f cycles_per_s=%.1f "
+              "cycle_cpu_ms=%.1f vmhwm_mb=%.1f "
               "baseline_mb=%.1f frames_growth_mb=%+.1f cycles_growth_mb=%+.1f threads=%d/%d "
               "time_s=%.1f\n",
-              o.width, o.height, run.perSecond, cyc.perSecond, mb(hwmKb), mb(baselineKb),
+              o.width, o.height, run.perSecond, run.cpuMsEach, cyc.perSecond, cyc.cpuMsEach,
+              mb(hwmKb), mb(baselineKb),
               mb(run.rssEndKb - run.rssWarmKb), mb(cyc.rssEndKb - cyc.rssWarmKb), threadsIdle,
               threadsEnd, seconds(start));
   std::printf("%s: %d check%s failed\n", check.failures == 0 ? "soak passed" : "soak FAILED",
