@@ -1,5 +1,10 @@
 #include "platform/system_property.h"
 
+#if defined(__ANDROID__)
+// The platform writes up to PROP_VALUE_MAX bytes into the caller's buffer.
+static_assert(ZOLT_PROP_VALUE_MAX >= PROP_VALUE_MAX, "property buffer smaller than the platform's");
+#endif
+
 namespace zolt {
 
 std::string systemProperty(const char* name) {

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs everything zoltpano needs on Debian 12 (bookworm) with apt-get.
 # Idempotent: packages already present are left alone. Run as root, or as a user with sudo.
-#   scripts/setup.sh           host build, tests, benchmarks, tools, photos
+#   scripts/setup.sh           host build, tests, benchmarks, tools, photos, and the Android
+#                              compile check (clang with Debian's armhf C/C++ library headers)
 #   scripts/setup.sh --armhf   also the ARM cross compiler, qemu-user and mmdebstrap
 set -euo pipefail
 
@@ -25,7 +26,7 @@ pkgs=(
   libopencv-dev libhwy-dev libgtest-dev libgmock-dev libbenchmark-dev
   android-liblog-dev android-platform-frameworks-native-headers
   libcli11-dev nlohmann-json3-dev
-  clang libclang-rt-14-dev
+  clang libclang-rt-14-dev libc6-dev-armhf-cross libstdc++-12-dev-armhf-cross
   lomiri-wallpapers-16.04 lomiri-wallpapers-20.04
 )
 if [ "$want_armhf" -eq 1 ]; then

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds and runs every test: host, host under AddressSanitizer and
 # UndefinedBehaviorSanitizer, the sensor and engine tests under ThreadSanitizer, the fuzz targets
-# for a minute each (scripts/fuzz.sh), and the armhf (32-bit ARM, NEON) cross build under qemu-arm.
+# for a minute each (scripts/fuzz.sh), the Android compile check (armv7a-linux-androideabi with
+# clang) and the armhf (32-bit ARM, NEON) cross build under qemu-arm.
 #   scripts/test.sh [--host-only | --no-armhf]
 #     --host-only   only the host build and its tests
-#     --no-armhf    host, sanitizer and fuzzing stages, no cross build
+#     --no-armhf    host, sanitizer, fuzzing and Android compile stages, no armhf cross build
 # ZOLTPANO_JOBS sets the build and test parallelism (default: the number of cores, at most 2).
 # Build trees: build/host, build/asan, build/tsan, build/fuzz, build/armhf; the armhf root file
 # system: .armhf-rootfs (or $ZOLTPANO_ARMHF_ROOTFS).
@@ -74,6 +75,15 @@ if [ "$host_only" -eq 0 ]; then
   begin "fuzzing (clang, ASan+UBSan, 60 s a target)"
   ZOLTPANO_JOBS=$jobs bash scripts/fuzz.sh 60 | tee build/fuzz-summary.log
   end "$(grep -c 'no finding' build/fuzz-summary.log) targets without a finding"
+fi
+
+if [ "$host_only" -eq 0 ]; then
+  # Compile only, no NDK: proves the Android-only code and every library file meet the
+  # platform's headers and Clang for armeabi-v7a (docs/building.md says what it cannot prove).
+  begin "Android compile check (armv7a, clang)"
+  mkdir -p build
+  ZOLTPANO_JOBS=$jobs bash scripts/android_compile_check.sh | tee build/android-compile-check.log
+  end "$(grep -Eo '[0-9]+ files compiled' build/android-compile-check.log)"
 fi
 
 if [ "$armhf" -eq 1 ]; then

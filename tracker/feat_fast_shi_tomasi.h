@@ -5,7 +5,9 @@
 
 #include "tracker/feat.h"
 
-class ZOLT_PANO_EXPORT FeatFastShiTomasi : public Feat {
+// final: Feat's destructor is not virtual, and the shared pointer that owns a detector destroys
+// it as this type; Clang checks that nothing derives from it.
+class ZOLT_PANO_EXPORT FeatFastShiTomasi final : public Feat {
  public:
   FeatFastShiTomasi(int height, int width) : Feat(height, width) {}
   ~FeatFastShiTomasi() = default;
