@@ -26,6 +26,7 @@ pkgs=(
   android-liblog-dev android-platform-frameworks-native-headers
   libcli11-dev nlohmann-json3-dev
   lomiri-wallpapers-16.04 lomiri-wallpapers-20.04
+  ffmpeg
 )
 if [ "$want_armhf" -eq 1 ]; then
   pkgs+=(g++-arm-linux-gnueabihf qemu-user mmdebstrap)
