@@ -277,3 +277,50 @@ TEST(StitchFootage, VideoSizeChangeArrivesAtTheFirstSize) {
   for (; src->next(f); ++n) ASSERT_EQ(f.size(), 1280u * 720u * 3 / 2) << "frame " << n;
   EXPECT_EQ(n, 8);
 }
+
+// Awkward clips made with the writer: frames too small for the engine (refused, or scaled up
+// on request) and a camera held still over the photo (no panorama, said so).
+TEST(StitchFootage, SmallAndStillClips) {
+  const cv::Mat photo = cv::imread(kPhoto);
+  if (photo.empty()) GTEST_SKIP() << "no photo at " << kPhoto;
+  const std::string dir = freshDir("awkward");
+  auto write = [&](const std::string& name, cv::Size size, int frames) {
+    cv::VideoWriter w(dir + "/" + name, cv::CAP_FFMPEG, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'),
+                      30, size);
+    const cv::Mat pic = photo(cv::Rect(cv::Point(600, 900), size)).clone();
+    for (int i = 0; i < frames; ++i) w.write(pic);
+  };
+  write("small.avi", cv::Size(640, 480), 3);
+  write("still.avi", cv::Size(1280, 720), 12);
+
+  auto errorOf = [](const std::string& path, const SourceOptions& opt) -> std::string {
+    try {
+      FrameSource::open(path, opt);
+    } catch (const zolt::tools::InputError& e) {
+      return e.what();
+    }
+    return "";
+  };
+  EXPECT_EQ(errorOf(dir + "/small.avi", {}),
+            "frames are 640x480: the engine needs both sides above 640 (--upscale scales them up)");
+  SourceOptions up;
+  up.upscale = true;
+  auto small = FrameSource::open(dir + "/small.avi", up);
+  EXPECT_EQ(cv::Size(small->width(), small->height()), cv::Size(856, 642));
+
+  auto still = FrameSource::open(dir + "/still.avi", {});
+  StitchOptions opt;
+  opt.name = dir + "/still";
+  opt.hints = false;
+  StitchResult r;
+  std::string error;
+  try {
+    zolt::tools::stitch(*still, opt, r);
+  } catch (const zolt::tools::StitchError& e) {
+    error = e.what();
+  }
+  EXPECT_EQ(error, "no panorama: the engine merged no key frame");
+  EXPECT_EQ(r.frames.size(), 12u);
+  EXPECT_TRUE(r.panoramaPath.empty());
+  EXPECT_TRUE(fs::exists(dir + "/still.csv"));  // the per-frame record is still written
+}

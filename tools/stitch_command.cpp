@@ -34,6 +34,9 @@ int runStitch(StitchArgs& a) {
               directionName(r.direction).c_str(), r.panorama.cols, r.panorama.rows,
               r.panoramaPath.c_str(),
               r.frames.size() * 1000.0 / std::max(1e-3, r.selectMs + r.addMs));
+  if (r.rotation != 0)
+    std::printf("frames of %dx%d, turned %d degrees clockwise as the clip's rotation metadata asks\n",
+                r.frameWidth, r.frameHeight, r.rotation);
   if (r.captures.size() > 1) {
     std::printf("%zu captures (the engine kept refusing the sweep; each restart fed the refused "
                 "frames again), the longest is the result:\n",

@@ -344,6 +344,7 @@ void stitch(FrameSource& source, const StitchOptions& opt, StitchResult& r) {
   r.frameWidth = source.width();
   r.frameHeight = source.height();
   r.fps = source.fps();
+  r.rotation = source.rotation();
   const int W = r.frameWidth, H = r.frameHeight;
   if (!opt.boardPlatform.empty()) zolt::setSystemProperty("ro.board.platform", opt.boardPlatform);
   EngineLog log(opt.engineLog);

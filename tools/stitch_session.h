@@ -84,6 +84,7 @@ struct StitchResult {
   int canvasWidth = 0, canvasHeight = 0;  // 0 when no direction was ever fixed
   int direction = MOVE_NONE;
   double fps = 0.0;
+  int rotation = 0;  // clockwise degrees the video's metadata asked for (frames arrive upright)
   std::vector<FrameRecord> frames;
   std::vector<PlacedKeyFrame> keyFrames;
   bool haveRect = false;
