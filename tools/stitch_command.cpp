@@ -38,8 +38,8 @@ int runStitch(StitchArgs& a) {
     std::printf("frames of %dx%d, turned %d degrees clockwise as the clip's rotation metadata asks\n",
                 r.frameWidth, r.frameHeight, r.rotation);
   if (r.captures.size() > 1) {
-    std::printf("%zu captures (the engine kept refusing the sweep; each restart fed the refused "
-                "frames again), the longest is the result:\n",
+    std::printf("%zu captures (the engine kept refusing the sweep; each new capture starts "
+                "where the one before last took a key frame), the longest is the result:\n",
                 r.captures.size());
     for (size_t i = 0; i < r.captures.size(); ++i) {
       const CaptureRecord& c = r.captures[i];

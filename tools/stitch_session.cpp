@@ -303,7 +303,6 @@ class Capture {
 // (after four frames without texture it makes the current frame its reference, and the next
 // one then looks like a small step back), so the run allows a quarter of those.
 struct RefusedRun {
-  std::deque<InputFrame> frames;  // the latest kReplayFramesMax of them
   int count = 0;
   int refused = 0;
   double spanMs = 0.0;
@@ -311,25 +310,22 @@ struct RefusedRun {
   int lastCode = SUCCESS;  // the last refusal
 
   void clear() {
-    frames.clear();
     count = refused = 0;
     spanMs = 0.0;
   }
   // Adds a frame; the span grows by the time since the previous one (one nominal frame when
   // the container's times step back or jump, as at a joined clip).
-  void add(const InputFrame& in, int code, double fps) {
+  void add(double timeMs, int code, double fps) {
     if (count > 0) {
-      const double d = in.timeMs - lastMs;
+      const double d = timeMs - lastMs;
       spanMs += (d > 0 && d < 5000) ? d : 1000.0 / fps;
     }
-    lastMs = in.timeMs;
+    lastMs = timeMs;
     if (refusesSweep(code)) {
       lastCode = code;
       ++refused;
     }
     ++count;
-    frames.push_back(in);
-    if (frames.size() > static_cast<size_t>(kReplayFramesMax)) frames.pop_front();
   }
   bool sustained() const {
     return count >= kRestartRunFrames && spanMs >= kRestartRunMs && 4 * refused >= 3 * count;
@@ -372,6 +368,12 @@ void stitch(FrameSource& source, const StitchOptions& opt, StitchResult& r) {
 
   std::deque<InputFrame> replay;  // frames to feed again after a restart, in input order
   RefusedRun run;
+  // The frames since the capture's last key frame: a restart feeds them again, so that the new
+  // capture starts where the old one's panorama ends. At most about kReplayBytesMax of them,
+  // the latest kept.
+  std::deque<InputFrame> sinceKey;
+  const size_t frameBytes = static_cast<size_t>(W) * H * 3 / 2;
+  const size_t keepMax = std::max<size_t>(kRestartRunFrames, kReplayBytesMax / frameBytes);
   InputFrame in;
   int lastHint = SUCCESS;
   int keyCount = 0;
@@ -410,13 +412,23 @@ void stitch(FrameSource& source, const StitchOptions& opt, StitchResult& r) {
       std::fprintf(stderr, "frame %d: %s\n", in.index, hintFor(f.code).c_str());
     }
 
+    if (opt.restart) {
+      if (f.keyFrame) {
+        sinceKey.clear();
+      } else {
+        sinceKey.push_back(in);
+        if (sinceKey.size() > keepMax) sinceKey.pop_front();
+      }
+    }
     if (opt.restart && capture->rec.direction != MOVE_NONE &&
         (refusesSweep(f.code) || (run.count > 0 && !f.keyFrame)))
-      run.add(in, f.code, r.fps);
+      run.add(in.timeMs, f.code, r.fps);
     else
       run.clear();
     if (run.sustained()) {
-      const int from = run.frames.front().index;
+      // sinceKey never holds the capture's first frame (the engine takes it as a key frame),
+      // so every restart moves on through the input.
+      const int from = sinceKey.front().index;
       if (opt.hints) {
         if (opt.progressBar) std::fprintf(stderr, "\r\033[K");
         std::fprintf(stderr, "frame %d: the sweep was refused since frame %d; capture %d starts there\n",
@@ -424,8 +436,9 @@ void stitch(FrameSource& source, const StitchOptions& opt, StitchResult& r) {
       }
       const int next = capture->rec.number + 1;
       finish(run.lastCode);
-      for (auto it = run.frames.rbegin(); it != run.frames.rend(); ++it)
+      for (auto it = sinceKey.rbegin(); it != sinceKey.rend(); ++it)
         replay.push_front(std::move(*it));
+      sinceKey.clear();
       run.clear();
       lastHint = SUCCESS;
       capture = std::make_unique<Capture>(next, W, H, opt, r);

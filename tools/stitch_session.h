@@ -36,11 +36,11 @@ struct StitchOptions {
 // frame that starts with a refusal of the sweep (wrong direction, going back, too quick, no
 // texture), is at least three quarters refusals, and lasts at least kRestartRunMs of the
 // input's own time and kRestartRunFrames frames ends the capture: its panorama is saved, the
-// engine released, and a new capture starts at the first frame of the run (those frames are
-// fed again, at most kReplayFramesMax of them, the latest kept).
+// engine released, and a new capture starts with the frames since the old one's last key
+// frame, fed again (at most kReplayBytesMax of them, the latest kept), then the rest.
 constexpr double kRestartRunMs = 1000.0;
 constexpr int kRestartRunFrames = 10;
-constexpr int kReplayFramesMax = 64;
+constexpr size_t kReplayBytesMax = size_t{256} << 20;
 
 // True for the result codes that count towards a restart.
 bool refusesSweep(int code);
