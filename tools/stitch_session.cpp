@@ -426,13 +426,16 @@ void stitch(FrameSource& source, const StitchOptions& opt, StitchResult& r) {
     else
       run.clear();
     if (run.sustained()) {
-      // sinceKey never holds the capture's first frame (the engine takes it as a key frame),
-      // so every restart moves on through the input.
-      const int from = sinceKey.front().index;
+      // The new capture starts after the old one's first frame, so every restart moves on
+      // through the input (the run itself lies after the frame that fixed the direction).
+      while (!sinceKey.empty() && sinceKey.front().index <= capture->rec.firstFrame)
+        sinceKey.pop_front();
+      const int from = sinceKey.empty() ? in.index + 1 : sinceKey.front().index;
       if (opt.hints) {
         if (opt.progressBar) std::fprintf(stderr, "\r\033[K");
-        std::fprintf(stderr, "frame %d: the sweep was refused since frame %d; capture %d starts there\n",
-                     in.index, from, capture->rec.number + 1);
+        std::fprintf(stderr,
+                     "frame %d: the sweep is still refused; capture %d starts again from frame %d\n",
+                     in.index, capture->rec.number + 1, from);
       }
       const int next = capture->rec.number + 1;
       finish(run.lastCode);
