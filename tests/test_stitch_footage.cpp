@@ -84,38 +84,42 @@ StitchResult stitchClip(const std::string& path, const std::string& name, bool r
   return r;
 }
 
-// A 720 x 1280 portrait clip at 30 frames/s over the photo: held still, a small wobble to
-// the left (enough for the engine to take it as a sweep to the left), then the real sweep to
-// the right across 3.7 frame widths. Written once per process.
+// A 720 x 1280 portrait clip over the photo: held still, a small wobble to the left (enough
+// for the engine to take it as a sweep to the left), then the real sweep to the right across
+// 3.7 frame widths; at `fps` frames per second (the same pictures whatever the rate).
 constexpr int kPortraitW = 720, kPortraitH = 1280;
 constexpr int kWobbleFrames = 8, kPanStart = 14, kPanStep = 30;
 constexpr double kPanWidths = 3.7;
 
+std::string writePortraitClip(const std::string& path, double fps) {
+  zolt::test::PhotoSweep sweep(kPhoto, kPortraitW, kPortraitH, 1.15);
+  if (!sweep.ok()) return std::string();
+  cv::VideoWriter w(path, cv::CAP_FFMPEG, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), fps,
+                    cv::Size(kPortraitW, kPortraitH));
+  if (!w.isOpened()) return std::string();
+  const double x0 = 300, y0 = 700, panEnd = x0 + kPanWidths * kPortraitW;
+  std::vector<double> xs;
+  for (int i = 0; i < 6; ++i) xs.push_back(x0);
+  for (int i = 1; i <= kWobbleFrames; ++i) xs.push_back(x0 - 6.0 * i);
+  while (static_cast<int>(xs.size()) < kPanStart) xs.push_back(xs.back());
+  for (double x = xs.back(); x < panEnd;) xs.push_back(x = std::min(panEnd, x + kPanStep));
+  for (int i = 0; i < 4; ++i) xs.push_back(panEnd);
+  cv::Mat bgr;
+  for (double x : xs) {
+    NV21Img& f = sweep.at(x, y0);
+    cv::cvtColor(cv::Mat(kPortraitH, kPortraitW, CV_8UC1, f.yPlane), bgr, cv::COLOR_GRAY2BGR);
+    w.write(bgr);
+  }
+  return path;
+}
+
+// The clip at 30 frames/s, written once per process.
 const std::string& portraitClip() {
   static const std::string path = [] {
     static std::string dir;
     dir = freshDir("portrait");
     std::atexit([] { fs::remove_all(dir); });
-    const std::string p = dir + "/portrait.avi";
-    zolt::test::PhotoSweep sweep(kPhoto, kPortraitW, kPortraitH, 1.15);
-    if (!sweep.ok()) return std::string();
-    cv::VideoWriter w(p, cv::CAP_FFMPEG, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), 30,
-                      cv::Size(kPortraitW, kPortraitH));
-    if (!w.isOpened()) return std::string();
-    const double x0 = 300, y0 = 700, panEnd = x0 + kPanWidths * kPortraitW;
-    std::vector<double> xs;
-    for (int i = 0; i < 6; ++i) xs.push_back(x0);
-    for (int i = 1; i <= kWobbleFrames; ++i) xs.push_back(x0 - 6.0 * i);
-    while (static_cast<int>(xs.size()) < kPanStart) xs.push_back(xs.back());
-    for (double x = xs.back(); x < panEnd;) xs.push_back(x = std::min(panEnd, x + kPanStep));
-    for (int i = 0; i < 4; ++i) xs.push_back(panEnd);
-    cv::Mat bgr;
-    for (double x : xs) {
-      NV21Img& f = sweep.at(x, y0);
-      cv::cvtColor(cv::Mat(kPortraitH, kPortraitW, CV_8UC1, f.yPlane), bgr, cv::COLOR_GRAY2BGR);
-      w.write(bgr);
-    }
-    return p;
+    return writePortraitClip(dir + "/portrait.avi", 30);
   }();
   return path;
 }
@@ -191,6 +195,18 @@ TEST(StitchFootage, PortraitSweepAfterAWobbleGivesTheLongPanorama) {
   }
   EXPECT_EQ(rows, r.frames.size());
   EXPECT_EQ(lastCapture, static_cast<int>(r.captures.size()));
+}
+
+// The restart rule counts the clip's time: at 240 frames/s the refused stretch of the same
+// pictures lasts well under a second, the engine's single capture stands.
+TEST(StitchFootage, RefusalsShorterThanASecondKeepTheCapture) {
+  const std::string dir = freshDir("fast");
+  const std::string clip = writePortraitClip(dir + "/fast.avi", 240);
+  if (clip.empty()) GTEST_SKIP() << "no photo at " << kPhoto << " or no MJPG writer";
+  const StitchResult r = stitchClip(clip, dir + "/pano", true);
+  EXPECT_EQ(r.captures.size(), 1u);
+  EXPECT_EQ(r.direction, MOVE_LEFT);
+  EXPECT_NEAR(r.frames.back().timeMs, r.frames.back().frame * 1000.0 / 240, 0.5);
 }
 
 // A portrait clip as phones store it: landscape pictures plus a rotation in the container.
