@@ -29,8 +29,8 @@ int runStitch(StitchArgs& a) {
   const int rc = runStitchReporting("stitch", a.input, src, opt, r);
   if (rc != kExitOk && r.panoramaPath.empty()) return rc;
   if (a.common.quiet) return rc;
-  std::printf("%s: %zu frames, %zu key frames, %s sweep, panorama %dx%d in %s (%.1f frames/s)\n",
-              a.input.c_str(), r.frames.size(), r.keyFrames.size(),
+  std::printf("%s: %d frames, %zu key frames, %s sweep, panorama %dx%d in %s (%.1f frames/s)\n",
+              a.input.c_str(), r.inputFrames, r.keyFrames.size(),
               directionName(r.direction).c_str(), r.panorama.cols, r.panorama.rows,
               r.panoramaPath.c_str(),
               r.frames.size() * 1000.0 / std::max(1e-3, r.selectMs + r.addMs));
@@ -39,8 +39,9 @@ int runStitch(StitchArgs& a) {
                 r.frameWidth, r.frameHeight, r.rotation);
   if (r.captures.size() > 1) {
     std::printf("%zu captures (the engine kept refusing the sweep; each new capture starts "
-                "where the one before last took a key frame), the longest is the result:\n",
-                r.captures.size());
+                "where the one before last took a key frame; %zu frames fed in all), the "
+                "longest is the result:\n",
+                r.captures.size(), r.frames.size());
     for (size_t i = 0; i < r.captures.size(); ++i) {
       const CaptureRecord& c = r.captures[i];
       std::string pano = "no panorama";

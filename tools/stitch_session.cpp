@@ -37,8 +37,8 @@ struct EngineLog {
 
 bool horizontal(int d) { return d == MOVE_RIGHT || d == MOVE_LEFT; }
 
-void drawBar(const StitchResult& r, int expected, int keyFrames) {
-  const int done = static_cast<int>(r.frames.size());
+// `done`: frames read from the input (frames fed again after a restart are not counted twice).
+void drawBar(const StitchResult& r, int done, int expected, int keyFrames) {
   const int width = 30;
   const int progress = r.frames.empty() ? 0 : r.frames.back().progress;
   std::string bar(width, ' ');
@@ -377,6 +377,7 @@ void stitch(FrameSource& source, const StitchOptions& opt, StitchResult& r) {
   InputFrame in;
   int lastHint = SUCCESS;
   int keyCount = 0;
+  int read = 0;
   const int expected = source.expectedFrames();
 
   for (;;) {
@@ -396,6 +397,7 @@ void stitch(FrameSource& source, const StitchOptions& opt, StitchResult& r) {
       }
       in.timeMs = source.timeMs();
       r.readMs += msSince(tr);
+      ++read;
     }
 
     FrameRecord f = capture->feed(in);
@@ -446,9 +448,10 @@ void stitch(FrameSource& source, const StitchOptions& opt, StitchResult& r) {
       lastHint = SUCCESS;
       capture = std::make_unique<Capture>(next, W, H, opt, r);
     }
-    if (opt.progressBar) drawBar(r, expected, keyCount);
+    if (opt.progressBar) drawBar(r, read, expected, keyCount);
   }
   if (opt.progressBar) std::fprintf(stderr, "\n");
+  r.inputFrames = read;
   if (r.frames.empty()) throw InputError("the input holds no frames in the chosen range");
   finish(SUCCESS);
 

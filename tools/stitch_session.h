@@ -85,6 +85,7 @@ struct StitchResult {
   int direction = MOVE_NONE;
   double fps = 0.0;
   int rotation = 0;  // clockwise degrees the video's metadata asked for (frames arrive upright)
+  int inputFrames = 0;  // frames read from the input (frames.size() counts those fed again too)
   std::vector<FrameRecord> frames;
   std::vector<PlacedKeyFrame> keyFrames;
   bool haveRect = false;
