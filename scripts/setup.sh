@@ -28,6 +28,7 @@ pkgs=(
   libcli11-dev nlohmann-json3-dev
   clang libclang-rt-14-dev libc6-dev-armhf-cross libstdc++-12-dev-armhf-cross
   lomiri-wallpapers-16.04 lomiri-wallpapers-20.04
+  ffmpeg
 )
 if [ "$want_armhf" -eq 1 ]; then
   pkgs+=(g++-arm-linux-gnueabihf qemu-user mmdebstrap)

@@ -193,7 +193,7 @@ TEST(StitchSession, SteadySweepWritesPanoramaCsvAndReport) {
   std::string line;
   std::getline(csv, line);
   EXPECT_EQ(line, "frame,offset_x,offset_y,key_frame,direction,code,sweep_length,progress,"
-                  "select_ms,add_ms");
+                  "select_ms,add_ms,capture,time_ms");
   int rows = 0, keys = 0, frame, ox, oy, key;
   while (std::getline(csv, line)) {
     ASSERT_EQ(std::sscanf(line.c_str(), "%d,%d,%d,%d", &frame, &ox, &oy, &key), 4) << line;
@@ -201,6 +201,11 @@ TEST(StitchSession, SteadySweepWritesPanoramaCsvAndReport) {
     keys += key;
   }
   EXPECT_EQ(rows, 20);
+  ASSERT_EQ(r.captures.size(), 1u);
+  EXPECT_EQ(r.captures[0].firstFrame, 0);
+  EXPECT_EQ(r.captures[0].lastFrame, 19);
+  EXPECT_EQ(r.captures[0].panoramaPath, out + ".jpg");
+  EXPECT_FALSE(fs::exists(out + "_capture1.jpg"));
   EXPECT_GE(keys, static_cast<int>(r.keyFrames.size()));
   cv::Mat report = cv::imread(out + "_report.png");
   EXPECT_EQ(report.cols, 1600);

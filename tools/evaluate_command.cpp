@@ -147,6 +147,8 @@ int runEvaluate(EvaluateArgs& a) {
       rc != kExitOk)
     return rc;
   opt.hints = false;
+  // The score is of one engine over the whole sweep, as the truth describes it.
+  opt.restart = false;
   std::unique_ptr<sim::SweepReader> reader;
   try {
     reader = std::make_unique<sim::SweepReader>(dir);

@@ -45,6 +45,7 @@ class SweepSource : public FrameSource {
  protected:
   bool readFrame(int index, std::vector<uint8_t>& nv21) override {
     if (index >= reader_->frameCount()) return false;
+    timeMs_ = index * 1000.0 / fps_;
     try {
       if (width_ == nativeW_ && height_ == nativeH_) {
         reader_->readFrame(index, nv21);
@@ -71,13 +72,20 @@ class VideoSource : public FrameSource {
   VideoSource(const std::string& path, const SourceOptions& opt) : FrameSource(opt) {
     // FFmpeg's own complaints would break the one-line error; the error below names the file.
     ::setenv("OPENCV_FFMPEG_LOGLEVEL", "-8", 0);
+    // Phones store portrait clips as landscape pictures plus a rotation in the container:
+    // the backend turns each frame upright when asked (its default; it takes the setting
+    // after opening, not as an open parameter).
     if (!cap_.open(path, cv::CAP_FFMPEG) || !cap_.isOpened())
       throw InputError("cannot open '" + path + "' as a video (unsupported format or codec)");
+    cap_.set(cv::CAP_PROP_ORIENTATION_AUTO, 1);
     kind_ = "video";
+    const double meta = cap_.get(cv::CAP_PROP_ORIENTATION_META);
+    rotation_ = ((static_cast<int>(std::lround(meta)) % 360) + 360) % 360;
     if (!cap_.read(first_) || first_.empty())
       throw InputError("'" + path + "' holds no readable video frame");
     const double f = cap_.get(cv::CAP_PROP_FPS);
     fps_ = (f > 0 && f < 1000) ? f : 30.0;
+    firstTimeMs_ = frameTime(0);
     const double n = cap_.get(cv::CAP_PROP_FRAME_COUNT);
     if (n > 0) {
       expected_ = std::max(0, static_cast<int>(n) - opt.first);
@@ -94,8 +102,11 @@ class VideoSource : public FrameSource {
     if (index == 0) {
       bgr = first_;
       first_.release();
+      timeMs_ = firstTimeMs_;
     } else if (!cap_.read(bgr) || bgr.empty()) {
       return false;
+    } else {
+      timeMs_ = frameTime(index);
     }
     if (bgr.cols != nativeW_ || bgr.rows != nativeH_)
       throw InputError("video frame " + std::to_string(index) + " is " +
@@ -106,8 +117,18 @@ class VideoSource : public FrameSource {
   }
 
  private:
+  // The frame's presentation time as the container gives it. The backend answers 0 for a
+  // frame without one (as the last frames of a clip with B-frames come out of the decoder):
+  // a time that does not advance is taken as one nominal frame after the previous.
+  double frameTime(int index) {
+    const double t = cap_.get(cv::CAP_PROP_POS_MSEC);
+    if (index == 0) return std::isfinite(t) && t >= 0 ? t : 0.0;
+    return std::isfinite(t) && t > timeMs_ ? t : timeMs_ + 1000.0 / fps_;
+  }
+
   cv::VideoCapture cap_;
   cv::Mat first_;
+  double firstTimeMs_ = 0.0;
 };
 
 bool isImageName(const fs::path& p) {
@@ -140,6 +161,7 @@ class ImageFolderSource : public FrameSource {
   bool readFrame(int index, std::vector<uint8_t>& nv21) override {
     if (index >= static_cast<int>(files_.size())) return false;
     if (index < opt_.first) return true;  // skipped unread
+    timeMs_ = index * 1000.0 / fps_;
     cv::Mat bgr = load(files_[index]);
     if (bgr.cols != nativeW_ || bgr.rows != nativeH_)
       throw InputError("'" + files_[index] + "' is " + sizeText(bgr.cols, bgr.rows) +

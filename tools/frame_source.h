@@ -39,6 +39,12 @@ class FrameSource {
   const std::string& kind() const { return kind_; }
   // Index in the input of the next frame next() delivers.
   int nextIndex() const { return next_ > opt_.first ? next_ : opt_.first; }
+  // Time of the frame next() delivered last, ms from the start of the input: the container's
+  // own frame time for videos (variable frame rates included), index / fps otherwise.
+  double timeMs() const { return timeMs_; }
+  // Clockwise rotation in degrees that the video's metadata asks for; frames are delivered
+  // already turned upright (width() and height() are the upright size). 0 for other inputs.
+  int rotation() const { return rotation_; }
   // Fills nv21 with the next frame; false at the end. Throws InputError when a frame cannot be
   // read or its size differs from the first one.
   bool next(std::vector<uint8_t>& nv21);
@@ -66,6 +72,8 @@ class FrameSource {
   int next_ = 0;
   int delivered_ = 0;
   bool started_ = false;
+  double timeMs_ = 0.0;
+  int rotation_ = 0;
 };
 
 // Smallest width x height above 640 on both sides, even, with the aspect ratio of w x h.

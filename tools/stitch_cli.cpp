@@ -22,6 +22,8 @@ void addStitchCliOptions(CLI::App* app, StitchCliArgs& a) {
   app->add_flag("-q,--quiet", a.quiet, "no hints, progress or summary");
   app->add_flag("--no-progress", a.noProgress, "no progress bar even on a terminal");
   app->add_flag("--engine-log", a.engineLog, "show the engine's log lines on stderr");
+  app->add_flag("--no-restart", a.noRestart,
+                "one capture only: never start a new one when the engine keeps refusing the sweep");
 }
 
 int applyStitchCli(const StitchCliArgs& a, const std::string& command, const std::string& name,
@@ -47,6 +49,7 @@ int applyStitchCli(const StitchCliArgs& a, const std::string& command, const std
   opt.hints = !a.quiet;
   opt.progressBar = !a.quiet && !a.noProgress && ::isatty(STDERR_FILENO);
   opt.engineLog = a.engineLog;
+  opt.restart = !a.noRestart;
   src.first = a.first;
   src.count = a.count;
   src.fps = a.fps;

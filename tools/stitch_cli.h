@@ -20,6 +20,7 @@ struct StitchCliArgs {
   bool quiet = false;
   bool noProgress = false;
   bool engineLog = false;
+  bool noRestart = false;
 };
 
 void addStitchCliOptions(CLI::App* app, StitchCliArgs& a);

@@ -28,12 +28,37 @@ int runStitch(StitchArgs& a) {
   StitchResult r;
   const int rc = runStitchReporting("stitch", a.input, src, opt, r);
   if (rc != kExitOk && r.panoramaPath.empty()) return rc;
-  if (!a.common.quiet)
-    std::printf("%s: %zu frames, %zu key frames, %s sweep, panorama %dx%d in %s (%.1f frames/s)\n",
-                a.input.c_str(), r.frames.size(), r.keyFrames.size(),
-                directionName(r.direction).c_str(), r.panorama.cols, r.panorama.rows,
-                r.panoramaPath.c_str(),
-                r.frames.size() * 1000.0 / std::max(1e-3, r.selectMs + r.addMs));
+  if (a.common.quiet) return rc;
+  std::printf("%s: %d frames, %zu key frames, %s sweep, panorama %dx%d in %s (%.1f frames/s)\n",
+              a.input.c_str(), r.inputFrames, r.keyFrames.size(),
+              directionName(r.direction).c_str(), r.panorama.cols, r.panorama.rows,
+              r.panoramaPath.c_str(),
+              r.frames.size() * 1000.0 / std::max(1e-3, r.selectMs + r.addMs));
+  if (r.rotation != 0)
+    std::printf("frames of %dx%d, turned %d degrees clockwise as the clip's rotation metadata asks\n",
+                r.frameWidth, r.frameHeight, r.rotation);
+  if (r.captures.size() > 1) {
+    std::printf("%zu captures (the engine kept refusing the sweep; each new capture starts "
+                "where the one before last took a key frame; %zu frames fed in all), the "
+                "longest is the result:\n",
+                r.captures.size(), r.frames.size());
+    for (size_t i = 0; i < r.captures.size(); ++i) {
+      const CaptureRecord& c = r.captures[i];
+      std::string pano = "no panorama";
+      if (!c.panoramaPath.empty())
+        pano = "panorama " + std::to_string(c.panoramaSize.width) + "x" +
+               std::to_string(c.panoramaSize.height) + " in " + c.panoramaPath;
+      std::string ended;
+      if (c.endCode != SUCCESS) {
+        const std::string h = hintFor(c.endCode);
+        ended = "; ended by: " + h.substr(0, h.find(':'));
+      }
+      std::printf("  capture %d: frames %d-%d, %s sweep, %d key frames, %s%s%s\n", c.number,
+                  c.firstFrame, c.lastFrame, directionName(c.direction).c_str(), c.keyFrames,
+                  pano.c_str(), ended.c_str(),
+                  static_cast<int>(i) == r.chosenCapture ? " (the result)" : "");
+    }
+  }
   return rc;
 }
 

@@ -82,6 +82,12 @@ cv::Mat drawPanorama(const StitchResult& r) {
                 every > 1 ? (", 1 in " + std::to_string(every) + " drawn").c_str() : "",
                 kSeamBand / 2, r.canvasWidth, r.canvasHeight);
   text(m, caption, {10, 2 * scaled.rows + 24});
+  if (r.captures.size() > 1) {
+    const CaptureRecord& c = r.captures[static_cast<size_t>(r.chosenCapture)];
+    text(m, "capture " + std::to_string(c.number) + " of " + std::to_string(r.captures.size()) +
+                ", frames " + std::to_string(c.firstFrame) + "-" + std::to_string(c.lastFrame),
+         {kWidth - 330, 2 * scaled.rows + 24});
+  }
   return m;
 }
 
@@ -107,6 +113,15 @@ cv::Mat drawPlot(const StitchResult& r) {
     const int x0 = px(i), x1 = std::max(x0 + 1, i + 1 < n ? px(i + 1) : right);
     cv::rectangle(m, {x0, top - 22}, {x1, top - 6}, codeColour(r.frames[i].code), cv::FILLED);
     if (r.frames[i].keyFrame) cv::line(m, {x0, bottom + 2}, {x0, bottom + 10}, {255, 200, 0});
+  }
+  // Where a new capture starts (it feeds the refused frames again, so the frame numbers step
+  // back there).
+  for (int i = 1; i < n; ++i) {
+    if (r.frames[i].capture == r.frames[i - 1].capture) continue;
+    cv::line(m, {px(i), top - 24}, {px(i), bottom + 12}, {240, 240, 240}, 1);
+    text(m, "capture " + std::to_string(r.frames[i].capture) + " from frame " +
+                std::to_string(r.frames[i].frame),
+         {px(i) + 4, top + 14}, 0.4);
   }
   for (int i = 1; i < n; ++i) {
     const FrameRecord& a = r.frames[i - 1];
