@@ -165,14 +165,15 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_GetTrackInfo(void* handle, tsPOINT* offset, long*
 }
 
 ZOLT_PANO_EXPORT int ZOLT_PANO_Release(void** handle) {
-  // The gyroscope is the process's, not the engine's: it stops whatever the handle is.
+  // A handle that is not a live engine (released already, or never ours) leaves everything,
+  // the gyroscope included, as it is.
+  OrreryEngine* engine = zolt::api::withdraw(handle, "ZOLT_PANO_Release");
+  if (engine == nullptr) return 0;
   try {
     finishSensor();
   } catch (...) {
     logException("ZOLT_PANO_Release");
   }
-  OrreryEngine* engine = zolt::api::withdraw(handle, "ZOLT_PANO_Release");
-  if (engine == nullptr) return 0;  // not ours (any more)
   try {
     engine->release();
   } catch (...) {
