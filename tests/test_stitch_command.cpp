@@ -89,6 +89,7 @@ zolt::tools::StitchResult stitch(FrameSource& src, const std::string& name,
   return r;
 }
 
+
 }  // namespace
 
 TEST(StitchFrameSource, UpscaledSizeIsTheSmallestEvenSizeAbove640WithTheAspect) {
@@ -263,4 +264,36 @@ TEST(StitchSession, CanvasThatDoesNotSuitTheSweepAxisIsRefused) {
   EXPECT_EQ(thrown<StitchError>([&] { stitch(*src, freshDir("canvas") + "/pano", opt); }),
             "canvas 1280x4000 does not suit a horizontal sweep of 1280x720 frames: it must be as "
             "high as a frame and wider");
+}
+
+// A sweep over a flat region: vision alone finds nothing to follow and gives no panorama; with
+// the sweep's gyroscope fed in step with the frames the engine sweeps on and the panorama
+// covers the sweep. A gyroscope file that cannot be read is an input error.
+TEST(StitchSession, GyroscopeCarriesASweepWithoutTexture) {
+  const std::string dir = freshDir("flat") + "/s";
+  zolt::sim::SweepSimulator sim(
+      zolt::test::simSweep("textureless", "/usr/share/backgrounds/Kleiber_by_Lukas_Baubkus.jpg", 20));
+  zolt::sim::SweepWriter::write(sim, dir);
+  StitchOptions opt;
+  opt.name = freshDir("flat_out") + "/pano";
+  opt.hints = false;
+  zolt::tools::StitchResult r;
+  auto vision = FrameSource::open(dir, {});
+  EXPECT_NE(thrown<StitchError>([&] { zolt::tools::stitch(*vision, opt, r); }).find("no panorama"),
+            std::string::npos);
+  opt.gyroPath = dir + "/gyro.csv";
+  auto withGyro = FrameSource::open(dir, {});
+  zolt::tools::stitch(*withGyro, opt, r);
+  EXPECT_EQ(r.direction, MOVE_RIGHT);
+  EXPECT_GE(r.keyFrames.size(), 15u);
+  EXPECT_EQ(r.gyroEvents, sim.gyroEvents().size());
+  for (const auto& f : r.frames) EXPECT_NE(f.code, ERR_TRACE_NO_FEATURE) << f.frame;
+  // The panorama reaches from the first key frame to the last: their distance plus a frame.
+  const double swept = sim.truth().at(r.keyFrames.back().frame).dx - sim.truth().at(r.keyFrames.front().frame).dx;
+  EXPECT_NEAR(r.panorama.cols, swept + 1280, 0.02 * swept + 8);
+
+  opt.gyroPath = dir + "/missing.csv";
+  auto again = FrameSource::open(dir, {});
+  EXPECT_NE(thrown<InputError>([&] { zolt::tools::stitch(*again, opt, r); }).find("missing.csv"),
+            std::string::npos);
 }

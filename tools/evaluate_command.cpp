@@ -25,6 +25,7 @@ struct EvaluateArgs {
   std::string sweep;
   std::string name;  // default SWEEP_DIR/stitched
   std::string json;  // default SWEEP_DIR/evaluation.json
+  bool gyro = false;  // feed the sweep's gyro.csv to the engine
   StitchCliArgs common;
 };
 
@@ -149,6 +150,7 @@ int runEvaluate(EvaluateArgs& a) {
   opt.hints = false;
   // The score is of one engine over the whole sweep, as the truth describes it.
   opt.restart = false;
+  if (a.gyro) opt.gyroPath = dir + "/gyro.csv";
   std::unique_ptr<sim::SweepReader> reader;
   try {
     reader = std::make_unique<sim::SweepReader>(dir);
@@ -198,6 +200,8 @@ int runEvaluate(EvaluateArgs& a) {
   j["direction"] = directionName(r.direction);
   j["truth_direction"] = directionName(reader->direction());
   j["direction_ok"] = r.direction == reader->direction();
+  j["gyroscope"] = a.gyro ? nlohmann::json{{"events", r.gyroEvents}, {"offset_ms", opt.gyroOffsetMs}}
+                          : nlohmann::json(nullptr);
   std::vector<std::string> codes;
   for (int c : r.codesSeen) codes.push_back(hexCode(c));
   j["codes_seen"] = codes;
@@ -241,10 +245,11 @@ int runEvaluate(EvaluateArgs& a) {
   std::string codeText;
   for (const std::string& c : codes) codeText += (codeText.empty() ? "" : ",") + c;
   std::printf(
-      "%s: %zu frames, %zu key frames, direction %s (truth %s), codes %s, key-frame error "
+      "%s%s: %zu frames, %zu key frames, direction %s (truth %s), codes %s, key-frame error "
       "median %.2f p95 %.2f max %.2f px, PSNR %.2f dB (tiles %.2f dB), SSIM %.4f, select %.2f "
       "add %.2f ms/frame (%.0f frames/s)\n",
-      dir.c_str(), r.frames.size(), r.keyFrames.size(), directionName(r.direction).c_str(),
+      dir.c_str(), a.gyro ? " (gyroscope)" : "", r.frames.size(), r.keyFrames.size(),
+      directionName(r.direction).c_str(),
       directionName(reader->direction()).c_str(), codeText.c_str(), percentile(errors, 0.5),
       percentile(errors, 0.95), errors.empty() ? 0.0 : *std::max_element(errors.begin(), errors.end()),
       img.psnr, img.tilePsnr, img.ssim, r.selectMs / std::max(1.0, n), r.addMs / std::max(1.0, n),
@@ -260,6 +265,7 @@ CommandRegistration registration([](CLI::App& program) {
       ->required();
   app->add_option("-o,--out", args->name, "output name (default SWEEP_DIR/stitched)");
   app->add_option("--json", args->json, "JSON file (default SWEEP_DIR/evaluation.json)");
+  app->add_flag("--gyro", args->gyro, "feed the sweep's gyro.csv to the engine's gyroscope");
   addStitchCliOptions(app, args->common);
   return Command{app, [args] { return runEvaluate(*args); }};
 });

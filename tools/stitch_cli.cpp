@@ -24,6 +24,8 @@ void addStitchCliOptions(CLI::App* app, StitchCliArgs& a) {
   app->add_flag("--engine-log", a.engineLog, "show the engine's log lines on stderr");
   app->add_flag("--no-restart", a.noRestart,
                 "one capture only: never start a new one when the engine keeps refusing the sweep");
+  app->add_option("--gyro-offset-ms", a.gyroOffsetMs,
+                  "with a gyroscope: how late its clock runs against the frames' (ms)");
 }
 
 int applyStitchCli(const StitchCliArgs& a, const std::string& command, const std::string& name,
@@ -50,6 +52,7 @@ int applyStitchCli(const StitchCliArgs& a, const std::string& command, const std
   opt.progressBar = !a.quiet && !a.noProgress && ::isatty(STDERR_FILENO);
   opt.engineLog = a.engineLog;
   opt.restart = !a.noRestart;
+  opt.gyroOffsetMs = a.gyroOffsetMs;
   src.first = a.first;
   src.count = a.count;
   src.fps = a.fps;

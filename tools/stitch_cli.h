@@ -21,6 +21,7 @@ struct StitchCliArgs {
   bool noProgress = false;
   bool engineLog = false;
   bool noRestart = false;
+  double gyroOffsetMs = 0.0;
 };
 
 void addStitchCliOptions(CLI::App* app, StitchCliArgs& a);

@@ -18,6 +18,7 @@ namespace {
 struct StitchArgs {
   std::string input;
   std::string name;
+  std::string gyro;
   StitchCliArgs common;
 };
 
@@ -25,6 +26,7 @@ int runStitch(StitchArgs& a) {
   StitchOptions opt;
   SourceOptions src;
   if (int rc = applyStitchCli(a.common, "stitch", a.name, opt, src); rc != kExitOk) return rc;
+  opt.gyroPath = a.gyro;
   StitchResult r;
   const int rc = runStitchReporting("stitch", a.input, src, opt, r);
   if (rc != kExitOk && r.panoramaPath.empty()) return rc;
@@ -34,6 +36,9 @@ int runStitch(StitchArgs& a) {
               directionName(r.direction).c_str(), r.panorama.cols, r.panorama.rows,
               r.panoramaPath.c_str(),
               r.frames.size() * 1000.0 / std::max(1e-3, r.selectMs + r.addMs));
+  if (!opt.gyroPath.empty())
+    std::printf("gyroscope: %zu events from %s fed in step with the frames (clock %+.1f ms)\n",
+                r.gyroEvents, opt.gyroPath.c_str(), opt.gyroOffsetMs);
   if (r.rotation != 0)
     std::printf("frames of %dx%d, turned %d degrees clockwise as the clip's rotation metadata asks\n",
                 r.frameWidth, r.frameHeight, r.rotation);
@@ -70,6 +75,9 @@ CommandRegistration registration([](CLI::App& program) {
       ->required();
   app->add_option("-o,--out", args->name, "output name: writes NAME.jpg, NAME.csv, NAME_report.png")
       ->required();
+  app->add_option("--gyro", args->gyro,
+                  "gyroscope events (a gyro.csv as zoltpano simulate writes it) for the engine")
+      ->check(CLI::ExistingFile);
   addStitchCliOptions(app, args->common);
   return Command{app, [args] { return runStitch(*args); }};
 });

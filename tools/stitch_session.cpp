@@ -14,6 +14,7 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "platform/system_property.h"
+#include "tools/gyro_feed.h"
 #include "tools/stitch_report.h"
 
 namespace zolt::tools {
@@ -151,8 +152,8 @@ struct InputFrame {
 // vertical one the frame's width. Y plane, then VU directly behind.
 class Capture {
  public:
-  Capture(int number, int w, int h, const StitchOptions& opt, StitchResult& r)
-      : w_(w), h_(h), opt_(opt), r_(r) {
+  Capture(int number, int w, int h, const StitchOptions& opt, StitchResult& r, GyroFeed* gyro)
+      : w_(w), h_(h), opt_(opt), r_(r), gyro_(gyro) {
     rec.number = number;
     tag_ZOLT_PANO_INIT_PARAM init{};
     init.previewWidth = w;
@@ -188,6 +189,12 @@ class Capture {
     // The engine only reads the frame's planes.
     frame_.planeY = const_cast<uint8_t*>(in.nv21.data());
     frame_.planeVU = frame_.planeY + static_cast<size_t>(w_) * h_;
+    if (gyro_ != nullptr) {
+      // The gyroscope's events up to this frame have gone through the engine's fusion, as on a
+      // phone; a new engine's fusion starts just before its first frame.
+      if (rec.frames == 0) gyro_->restartAt(in.timeMs);
+      gyro_->feedUpTo(in.timeMs);
+    }
     long isKey = 0;
     auto ts = Clock::now();
     f.code = ZOLT_PANO_SelectFrames(handle_, nullptr, nullptr, &frame_, nullptr, &f.offset,
@@ -292,6 +299,7 @@ class Capture {
   int w_, h_;
   const StitchOptions& opt_;
   StitchResult& r_;
+  GyroFeed* gyro_;  // not owned; null without a gyroscope
   void* handle_ = nullptr;
   std::vector<uint8_t> canvasBytes_;
   __tag_ZOLT_OFFSCREEN canvas_{};
@@ -344,6 +352,9 @@ void stitch(FrameSource& source, const StitchOptions& opt, StitchResult& r) {
   const int W = r.frameWidth, H = r.frameHeight;
   if (!opt.boardPlatform.empty()) zolt::setSystemProperty("ro.board.platform", opt.boardPlatform);
   EngineLog log(opt.engineLog);
+  // Before the first Initial: the host has a gyroscope from then on.
+  std::unique_ptr<GyroFeed> gyro;
+  if (!opt.gyroPath.empty()) gyro = std::make_unique<GyroFeed>(opt.gyroPath, opt.gyroOffsetMs);
 
   // Outputs go to NAME; when that cannot be written, to the current directory, then /tmp.
   const std::string stem = fs::path(opt.name).filename().string();
@@ -354,7 +365,7 @@ void stitch(FrameSource& source, const StitchOptions& opt, StitchResult& r) {
   size_t baseIndex = 0;
 
   std::vector<std::unique_ptr<Capture>> done;
-  auto capture = std::make_unique<Capture>(1, W, H, opt, r);
+  auto capture = std::make_unique<Capture>(1, W, H, opt, r, gyro.get());
   // Ends the current capture: its panorama saved as NAME_captureK, the engine released.
   auto finish = [&](int endCode) {
     capture->rec.endCode = endCode;
@@ -446,12 +457,13 @@ void stitch(FrameSource& source, const StitchOptions& opt, StitchResult& r) {
       sinceKey.clear();
       run.clear();
       lastHint = SUCCESS;
-      capture = std::make_unique<Capture>(next, W, H, opt, r);
+      capture = std::make_unique<Capture>(next, W, H, opt, r, gyro.get());
     }
     if (opt.progressBar) drawBar(r, read, expected, keyCount);
   }
   if (opt.progressBar) std::fprintf(stderr, "\n");
   r.inputFrames = read;
+  if (gyro) r.gyroEvents = gyro->pushed();
   if (r.frames.empty()) throw InputError("the input holds no frames in the chosen range");
   finish(SUCCESS);
 

@@ -30,6 +30,8 @@ struct StitchOptions {
   bool hints = true;           // print result codes as user hints when they change
   bool engineLog = false;      // let the engine's log lines through to stderr
   bool restart = true;         // start a new capture when the engine keeps refusing the sweep
+  std::string gyroPath;        // a gyro.csv to feed the host's gyroscope with; empty: none
+  double gyroOffsetMs = 0.0;   // how late the gyroscope's clock runs against the frames'
 };
 
 // The restart rule. Once a capture has fixed its direction, a run of frames without a key
@@ -96,6 +98,7 @@ struct StitchResult {
   // panoramas are NAME_captureK.jpg. frames holds every capture's frames (a frame fed again
   // after a restart appears once per capture).
   std::vector<CaptureRecord> captures;
+  size_t gyroEvents = 0;  // gyroscope events fed to the engines, repeats after restarts included
   int chosenCapture = 0;
   // Stage times, ms of wall clock.
   double initMs = 0, selectMs = 0, addMs = 0, saveMs = 0, releaseMs = 0, readMs = 0;
