@@ -25,7 +25,8 @@ const PresetInfo kPresets[] = {
      "WARN_SHAKE_TOO_BIG on each jerk frame"},
     {"too-fast",
      "handheld, then a burst through 0.04..0.12 L per frame to one frame at 0.5 L: "
-     "WARN_TRACE_LITTLE_QUICK on the ramp, ERR_TRACE_TOO_QUICK from the peak on (gyroscope needed)"},
+     "WARN_TRACE_LITTLE_QUICK on the ramp, ERR_TRACE_TOO_QUICK from the peak on (with the "
+     "gyroscope; by vision alone the peak is ERR_TRACE_NO_FEATURE)"},
     {"goes-back",
      "handheld with one step back of 0.2 L: ERR_TRACE_DIRECTION, then ERR_TRACE_DIRECTION_BACK"},
     {"wrong-axis",
@@ -36,7 +37,7 @@ const PresetInfo kPresets[] = {
      "key frames have drifted 0.5 C"},
     {"textureless",
      "handheld over the flattest region of the photo (60 frames unless told): "
-     "ERR_TRACE_NO_FEATURE without the gyroscope"},
+     "ERR_TRACE_NO_FEATURE without the gyroscope; with it the sweep goes on, a key frame a frame"},
 };
 
 void setHandheld(SweepConfig& c) {
