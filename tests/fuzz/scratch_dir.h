@@ -1,8 +1,10 @@
-// A folder of this process's own under /tmp that a fuzz target refills for every input.
+// A folder of this process's own under /tmp that a fuzz target refills for every input; gone
+// when the process exits normally (a crash leaves it for a look).
 #pragma once
 
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -11,11 +13,16 @@ namespace zolt::fuzz {
 
 inline std::string scratchDir(const char* name) {
   namespace fs = std::filesystem;
-  const fs::path dir =
-      fs::temp_directory_path() / (std::string(name) + "_" + std::to_string(getpid()));
-  fs::remove_all(dir);
-  fs::create_directories(dir);
-  return dir.string();
+  static std::string made;  // one per process
+  made = (fs::temp_directory_path() / (std::string(name) + "_" + std::to_string(getpid())))
+             .string();
+  fs::remove_all(made);
+  fs::create_directories(made);
+  std::atexit([] {
+    std::error_code ec;
+    fs::remove_all(made, ec);
+  });
+  return made;
 }
 
 inline void writeFile(const std::string& path, const void* data, size_t size) {
