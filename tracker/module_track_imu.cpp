@@ -55,9 +55,11 @@ void ModuleTrack::predictOffXY_IMU(const cv::Matx33d& preRMat, const cv::Matx33d
   // Current camera ray -> reference camera ray, as a homography between the two low-resolution
   // images. The principal point of the current view lands where that view's centre lies in the
   // reference; the offset is reference minus current position, as from vision.
-  const cv::Matx33d k(camK.ptr<double>()), kInv(camKInv.ptr<double>());
-  const cv::Matx33d h = k * preInv * curRMat * kInv;
-  const cv::Vec3d p = h * cv::Vec3d(cx, cy, 1.0);
+  // H = K * preRMat^-1 * curRMat * K^-1 applied to the principal point (cx, cy, 1), whose ray
+  // K^-1 * (cx, cy, 1) is (0, 0, 1) by the camera matrix's make-up: taken as such, equal
+  // attitudes before the first orientation (identities) give exactly (0, 0).
+  const cv::Matx33d k(camK.ptr<double>());
+  const cv::Vec3d p = k * (preInv * (curRMat * cv::Vec3d(0.0, 0.0, 1.0)));
   offX = p[0] / p[2] - cx;
   offY = p[1] / p[2] - cy;
 }
