@@ -64,6 +64,15 @@ struct Program {
     return buffers.back().data();
   }
 
+  // Which argument of a call is null, 0 to 23: 0 and 1 are the record's planes, nulled here;
+  // the caller nulls the record or an output for its own values.
+  static int pickNulls(FuzzInput& in, __tag_ZOLT_OFFSCREEN& rec) {
+    const int nulls = in.pick(24);
+    if (nulls == 0) rec.planeY = nullptr;
+    if (nulls == 1) rec.planeVU = nullptr;
+    return nulls;
+  }
+
   void* pickHandle(FuzzInput& in, Slot*& slot) {
     slot = &slots[in.pick(kSlots)];
     switch (in.pick(8)) {
@@ -102,37 +111,24 @@ struct Program {
     Slot* s;
     void* h = pickHandle(in, s);
     int w = s->w, hh = s->h;
-    switch (in.pick(10)) {
-      case 0:
-        w = 320;
-        hh = 240;
-        break;
-      case 1:
-        w -= 2;
-        break;
-      case 2:
-        hh += 2;
-        break;
-      case 3:
-        w = 2;
-        hh = 2;
-        break;
-      default:
-        break;
+    const int shape = in.pick(10);  // 0: 320 x 240, 1: narrower, 2: higher, 3: 2 x 2, else: fits
+    if (shape == 0) {
+      w = 320;
+      hh = 240;
     }
-    if (w <= 0 || hh <= 0) w = hh = 2;
+    if (shape == 1) w -= 2;
+    if (shape == 2) hh += 2;
+    if (shape == 3 || w <= 0 || hh <= 0) w = hh = 2;
     const size_t ySize = static_cast<size_t>(w) * hh;
     uint8_t* buf = buffer(ySize + ySize / 2);
-    switch (in.pick(4)) {
-      case 0: {  // raw bytes, repeated
-        size_t got;
-        const uint8_t* src = in.take(64, got);
-        for (size_t i = 0; got > 0 && i < ySize + ySize / 2; ++i) buf[i] = src[i % got];
+    const int content = in.pick(4);
+    if (content != 0) std::fill(buf + ySize, buf + ySize + ySize / 2, 128);  // grey chroma
+    switch (content) {
+      case 0:  // raw bytes, repeated
+        in.repeat(buf, ySize + ySize / 2, 64);
         break;
-      }
       case 1:
         std::fill(buf, buf + ySize, static_cast<uint8_t>(in.byte()));
-        std::fill(buf + ySize, buf + ySize + ySize / 2, 128);
         break;
       default: {  // the scene, the camera moved a little (mostly to the right)
         s->x += in.pick(81) - 20;
@@ -143,14 +139,11 @@ struct Program {
           const uint8_t* row = scene().data() + static_cast<size_t>(s->y + r) * kSceneW + s->x;
           std::copy(row, row + std::min(w, kSceneW), buf + static_cast<size_t>(r) * w);
         }
-        std::fill(buf + ySize, buf + ySize + ySize / 2, 128);
         break;
       }
     }
     __tag_ZOLT_OFFSCREEN frame{0, w, hh, buf, buf + ySize};
-    const int nulls = in.pick(24);
-    if (nulls == 0) frame.planeY = nullptr;
-    if (nulls == 1) frame.planeVU = nullptr;
+    const int nulls = pickNulls(in, frame);
     tsPOINT offset;
     long key;
     int dir, length;
@@ -163,43 +156,23 @@ struct Program {
     Slot* s;
     void* h = pickHandle(in, s);
     int w = s->w, hh = s->h;
-    switch (in.pick(10)) {
-      case 0:
-        w *= 3;
-        break;
-      case 1:
-        hh *= 3;
-        break;
-      case 2:
-        w = hh = 0;
-        break;
-      case 3:
-        w = 3 * w + 1;
-        break;
-      case 4:
-        w -= 2;
-        break;
-      case 5:
-        hh = 3 * hh - 2;
-        break;
-      case 6:
-        break;
-      default:
-        if (in.flag())
-          w *= 3;
-        else
-          hh *= 3;
-        break;
-    }
+    // 0: long, 1: high, 2: empty, 3: odd, 4: narrower, 5: lower than three frames, 6: the
+    // preview's size, else long or high by a flag.
+    const int shape = in.pick(10);
+    const bool longer = shape == 0 || (shape > 6 && in.flag());
+    if (longer) w *= 3;
+    if (shape == 1 || (shape > 6 && !longer)) hh *= 3;
+    if (shape == 2) w = hh = 0;
+    if (shape == 3) w = 3 * w + 1;
+    if (shape == 4) w -= 2;
+    if (shape == 5) hh = 3 * hh - 2;
     const size_t ySize = static_cast<size_t>(std::max(w, 0)) * std::max(hh, 0);
     // An app passes the same canvas on every call: one buffer per slot and shape.
     std::vector<uint8_t>& bytes = canvases[{static_cast<int>(s - slots), w, hh}];
     if (bytes.empty()) bytes.resize(std::max<size_t>(ySize + ySize / 2, 1));
     uint8_t* buf = bytes.data();
     __tag_ZOLT_OFFSCREEN canvas{0, w, hh, buf, buf + ySize};
-    const int nulls = in.pick(24);
-    if (nulls == 0) canvas.planeY = nullptr;
-    if (nulls == 1) canvas.planeVU = nullptr;
+    const int nulls = pickNulls(in, canvas);
     tsRECT rect;
     int progress;
     ZOLT_PANO_AddImage(h, nullptr, nullptr, nullptr, nullptr, nulls == 2 ? nullptr : &canvas,

@@ -27,6 +27,13 @@ class FuzzInput {
     p_ += got;
     return at;
   }
+  // Fills dst[0, n) with the next `max` bytes (fewer at the end) over and over; with none left
+  // dst stays as it was.
+  void repeat(uint8_t* dst, size_t n, size_t max) {
+    size_t got;
+    const uint8_t* src = take(max, got);
+    for (size_t i = 0; got > 0 && i < n; ++i) dst[i] = src[i % got];
+  }
   // Up to the next occurrence of `sep` (consumed) or the end.
   std::string until(const std::string& sep) {
     const std::string rest(reinterpret_cast<const char*>(p_), left());

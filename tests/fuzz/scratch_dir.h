@@ -11,17 +11,21 @@
 
 namespace zolt::fuzz {
 
-inline std::string scratchDir(const char* name) {
+// Made on the first call; one per process, so later calls get it whatever their name.
+inline const std::string& scratchDir(const char* name) {
   namespace fs = std::filesystem;
-  static std::string made;  // one per process
-  made = (fs::temp_directory_path() / (std::string(name) + "_" + std::to_string(getpid())))
-             .string();
-  fs::remove_all(made);
-  fs::create_directories(made);
-  std::atexit([] {
-    std::error_code ec;
-    fs::remove_all(made, ec);
-  });
+  static const std::string made = [name] {
+    const std::string d =
+        (fs::temp_directory_path() / (std::string(name) + "_" + std::to_string(getpid())))
+            .string();
+    fs::remove_all(d);
+    fs::create_directories(d);
+    std::atexit([] {
+      std::error_code ec;
+      fs::remove_all(made, ec);
+    });
+    return d;
+  }();
   return made;
 }
 
