@@ -6,9 +6,12 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <climits>
+#include <cstdlib>
 #include <cstdio>
 #include <filesystem>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -21,6 +24,23 @@
 #include "support/sim_sweep.h"
 #include "zolt_host_sensor.h"
 #include "zolt_pano.h"
+
+// The test sees what the engine gives back to the heap, whatever the allocator would do with
+// it: whether `watched` went through the global operator delete.
+namespace {
+std::atomic<void*> watched{nullptr};
+std::atomic<bool> watchedFreed{false};
+void giveBack(void* p) {
+  if (p != nullptr && p == watched.load()) watchedFreed = true;
+  std::free(p);
+}
+}  // namespace
+void* operator new(size_t n) {
+  if (void* p = std::malloc(n > 0 ? n : 1)) return p;
+  throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { giveBack(p); }
+void operator delete(void* p, size_t) noexcept { giveBack(p); }
 
 namespace {
 
@@ -103,14 +123,19 @@ TEST_F(CallGuard, HandlesThatAreNotLiveEnginesAreRefused) {
   void* released = newEngine();
   ASSERT_NE(pSensorHandle, nullptr);
   void* const stale = released;
+  watched = stale;
+  watchedFreed = false;
   ASSERT_EQ(ZOLT_PANO_Release(&released), 0);
   EXPECT_EQ(released, stale);         // the interface leaves the slot as it was
   EXPECT_EQ(pSensorHandle, nullptr);  // a live engine's release stops the gyroscope
-  // New engines do not get the address just released, so it stays stale.
-  void* others[4];
-  for (void*& h : others) h = newEngine();
-  EXPECT_EQ(std::count(others, others + 4, stale), 0);
-  for (void*& h : others) ZOLT_PANO_Release(&h);
+  // Its memory is held back while the next engines come and go, so no new engine gets its
+  // address and it stays stale.
+  for (int i = 0; i < 16; ++i) {
+    void* h = newEngine(642, 642);
+    EXPECT_NE(h, stale);
+    ZOLT_PANO_Release(&h);
+  }
+  EXPECT_FALSE(watchedFreed);
   void* live = newEngine();
   SensorInterface* const running = pSensorHandle;
   ASSERT_NE(running, nullptr);
@@ -134,6 +159,7 @@ TEST_F(CallGuard, HandlesThatAreNotLiveEnginesAreRefused) {
     EXPECT_EQ(slot, h);
     EXPECT_EQ(pSensorHandle, running);  // the gyroscope runs on
   }
+  EXPECT_FALSE(watchedFreed);  // the stale releases freed nothing
   refused(0, "ZOLT_PANO_Release :: NULL handle pointer : call ignored",
           [] { return ZOLT_PANO_Release(nullptr); });
   // The live engine was not disturbed and still works.
