@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <climits>
 #include <cstdlib>
@@ -71,7 +70,7 @@ struct Outputs {
   tsRECT rect{-77, -77, -77, -77};
   bool untouched() const {
     return offset.x == -77 && offset.y == -77 && dir == -77 && length == -77 && progress == -77 &&
-           zolt::test::corners(rect) == (std::array<int, 4>{-77, -77, -77, -77});
+           rect.left == -77 && rect.top == -77 && rect.right == -77 && rect.bottom == -77;
   }
 };
 
@@ -79,6 +78,8 @@ class CallGuard : public testing::Test {
  protected:
   zolt::test::LogCapture log;
   Outputs o;  // what `call` writes through
+
+  void TearDown() override { zolt_host_sensor_set_gyroscope(0); }
 
   // `call` returns `want`, leaves the outputs alone and logs one error line: `line`, with the
   // engine's tag.
@@ -105,19 +106,13 @@ class CallGuard : public testing::Test {
   }
 };
 
-// The host has a gyroscope while alive: every engine made starts one in pSensorHandle.
-struct HostGyroscope {
-  HostGyroscope() { zolt_host_sensor_set_gyroscope(1); }
-  ~HostGyroscope() { zolt_host_sensor_set_gyroscope(0); }
-};
-
 }  // namespace
 
 // Every engine-bound call with a handle that is not a live engine: null, foreign memory, one
 // already released. None touches its outputs, the live engine or the running gyroscope; the
 // stale release frees nothing a second time (AddressSanitizer would see it).
 TEST_F(CallGuard, HandlesThatAreNotLiveEnginesAreRefused) {
-  HostGyroscope gyroscope;
+  zolt_host_sensor_set_gyroscope(1);  // every engine made starts one in pSensorHandle
   Nv21Buffer frame(1280, 720, 90), canvas(2560, 720);
   int foreign[64] = {};
   void* released = newEngine();
@@ -205,22 +200,21 @@ TEST_F(CallGuard, NullOutputsAndUnreadableFramesAreRefused) {
                                     nullptr, n == 2 ? nullptr : &o.dir,
                                     n == 3 ? nullptr : &o.length);
     });
-  const char* nullAdd = "ZOLT_PANO_AddImage :: NULL argument : call ignored";
-  refused(0, nullAdd, [&] {
-    return ZOLT_PANO_AddImage(h, nullptr, nullptr, nullptr, nullptr, &canvas.rec, nullptr,
-                              nullptr, &o.progress);
-  });
-  refused(0, nullAdd, [&] {
-    return ZOLT_PANO_AddImage(h, nullptr, nullptr, nullptr, nullptr, &canvas.rec, &o.rect,
-                              nullptr, nullptr);
-  });
+  for (int n = 0; n < 2; ++n)  // valid rectangle, progress
+    refused(0, "ZOLT_PANO_AddImage :: NULL argument : call ignored", [&] {
+      return ZOLT_PANO_AddImage(h, nullptr, nullptr, nullptr, nullptr, &canvas.rec,
+                                n == 0 ? nullptr : &o.rect, nullptr,
+                                n == 1 ? nullptr : &o.progress);
+    });
   for (__tag_ZOLT_OFFSCREEN* c : {static_cast<__tag_ZOLT_OFFSCREEN*>(nullptr), &empty.rec})
     refused(0, "ZOLT_PANO_AddImage :: Invalid canvas : NULL record or empty : call ignored",
             [&] { return addImage(h, c); });
-  const char* nullInfo = "ZOLT_PANO_GetTrackInfo :: NULL argument : call ignored";
-  refused(0, nullInfo, [&] { return ZOLT_PANO_GetTrackInfo(h, nullptr, &o.key); });
-  EXPECT_EQ(o.key, -77);
-  refused(0, nullInfo, [&] { return ZOLT_PANO_GetTrackInfo(h, &o.offset, nullptr); });
+  for (int n = 0; n < 2; ++n) {  // offset, key-frame flag
+    refused(0, "ZOLT_PANO_GetTrackInfo :: NULL argument : call ignored", [&] {
+      return ZOLT_PANO_GetTrackInfo(h, n == 0 ? nullptr : &o.offset, n == 1 ? nullptr : &o.key);
+    });
+    EXPECT_EQ(o.key, -77);
+  }
 
   const std::string noPlane =
       "ZOLT_PANO_SelectFrames :: Invalid frame : NULL record or plane : frame ignored";
@@ -266,17 +260,15 @@ TEST_F(CallGuard, CanvasesThatCannotTakeTheSweepAreRefused) {
   zolt::sim::SweepSimulator sim(zolt::test::simSweep(
       "steady", "/usr/share/backgrounds/picosdeeuropa_by_Aitzol_Berasategi.jpg", 40));
   const int w = sim.width(), h = sim.height();
-  ASSERT_EQ(w, 1280);
-  ASSERT_EQ(h, 720);
   void* handle = newEngine(w, h);
   auto* merger = static_cast<OrreryEngine*>(handle)->merger;
   Nv21Buffer good(3 * w, h, 0, 0);
-  const char* sweep = "cannot take a horizontal sweep of 1280x720 frames";
-  const char* layout = "needs even sides and one buffer, VU behind Y";
+  const std::string sweep = format("cannot take a horizontal sweep of %dx%d frames", w, h);
+  const std::string layout = "needs even sides and one buffer, VU behind Y";
   const struct {
     int cw, ch, gap;  // gap: bytes between the planes
     bool nullY;
-    const char* why;
+    const std::string& why;
   } cases[] = {{w - 2, h, 0, false, sweep},     {3 * w, h - 2, 0, false, sweep},
                {3 * w, h + 2, 0, false, sweep}, {3 * w + 1, h, 0, false, layout},
                {3 * w, h, 64, false, layout},   {3 * w, h, 0, true, layout}};
@@ -292,7 +284,7 @@ TEST_F(CallGuard, CanvasesThatCannotTakeTheSweepAreRefused) {
                                  bytes.data() + static_cast<size_t>(c.cw) * c.ch + c.gap};
         refused(0,
                 format("ZOLT_PANO_AddImage :: Invalid canvas : %dx%d %s : call ignored", c.cw,
-                       c.ch, c.why),
+                       c.ch, c.why.c_str()),
                 [&] { return addImage(handle, &bad); });
         EXPECT_EQ(std::count(bytes.begin(), bytes.end(), 7), static_cast<long>(bytes.size()));
         EXPECT_FALSE(merger->panoInitialised);
@@ -300,9 +292,6 @@ TEST_F(CallGuard, CanvasesThatCannotTakeTheSweepAreRefused) {
     }
     addImage(handle, &good.rec);
     EXPECT_EQ(merger->panoInitialised, key);  // the right canvas takes the first key frame
-    if (key) {
-      EXPECT_EQ(o.rect.left, 0);
-    }
   }
   EXPECT_TRUE(merger->panoInitialised);
   EXPECT_EQ(ZOLT_PANO_Release(&handle), 0);
