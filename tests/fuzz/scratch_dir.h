@@ -20,12 +20,14 @@ inline const std::string& scratchDir(const char* name) {
             .string();
     fs::remove_all(d);
     fs::create_directories(d);
-    std::atexit([] {
-      std::error_code ec;
-      fs::remove_all(made, ec);
-    });
     return d;
   }();
+  // Registered after `made` is built, so it runs before `made` is destroyed.
+  static const bool removedAtExit = std::atexit([] {
+    std::error_code ec;
+    fs::remove_all(made, ec);
+  }) == 0;
+  (void)removedAtExit;
   return made;
 }
 
