@@ -33,60 +33,48 @@ class HostSensor : public testing::Test {
   tag_ZOLT_PANO_INIT_PARAM p = previewParam();
 };
 
-// The service as a polling thread sees it: an enabled queue wakes its looper when events come
-// and hands them out one at a time, in order; a wake ends a wait without events, once; a
-// disabled queue drops what it held, takes nothing more and holds up no sync.
-TEST_F(HostSensor, LooperAndQueueAsThePollingThreadUsesThem) {
-  ALooper* looper = ALooper_prepare(ALOOPER_PREPARE_ALLOW_NON_CALLBACKS);
-  ASensorManager* manager = ASensorManager_getInstance();
-  const ASensor* gyro = ASensorManager_getDefaultSensor(manager, ASENSOR_TYPE_GYROSCOPE);
-  ASSERT_NE(gyro, nullptr);
-  ASensorEventQueue* q = ASensorManager_createEventQueue(manager, looper, 7, nullptr, nullptr);
-  ASSERT_NE(q, nullptr);
-  ASensorEvent e;
-  zolt_host_sensor_push_gyro(1, 1, 1, 1);  // not enabled yet: dropped
-  EXPECT_EQ(ASensorEventQueue_enableSensor(q, gyro), 0);
-  zolt_host_sensor_push_gyro(10, 0.5f, -0.25f, 2.0f);
-  zolt_host_sensor_push_gyro(20, 0, 0, 0);
-  EXPECT_EQ(ALooper_pollAll(-1, nullptr, nullptr, nullptr), 7);
-  for (int t : {10, 20}) {  // the values are checked where the polling thread logs them
-    ASSERT_EQ(ASensorEventQueue_getEvents(q, &e, 1), 1);
-    EXPECT_EQ(e.timestamp, t);
-  }
-  EXPECT_EQ(ASensorEventQueue_getEvents(q, &e, 1), -EAGAIN);
-
-  std::thread([&] { ALooper_wake(looper); }).join();
-  EXPECT_EQ(ALooper_pollAll(-1, nullptr, nullptr, nullptr), ALOOPER_POLL_WAKE);
-  EXPECT_EQ(ALooper_pollAll(0, nullptr, nullptr, nullptr), ALOOPER_POLL_TIMEOUT);
-
-  zolt_host_sensor_push_gyro(30, 0, 0, 0);
-  EXPECT_EQ(ASensorEventQueue_disableSensor(q, gyro), 0);
-  zolt_host_sensor_push_gyro(40, 0, 0, 0);
-  EXPECT_EQ(ASensorEventQueue_getEvents(q, &e, 1), -EAGAIN);
-  mustReturn("sync with a disabled queue", [] { zolt_host_sensor_sync(); });
-  EXPECT_EQ(ASensorManager_destroyEventQueue(manager, q), 0);
-}
-
-// sync waits for the consumer to come back for more after its last event; it returns at once
-// without a queue, and also when the thread that owned the queue ended without cleaning up.
-TEST_F(HostSensor, SyncWaitsForTheConsumerAndNeverForADeadOne) {
+// The service as the polling thread uses it: a queue takes events only while enabled and hands
+// them out in order; sync returns at once without queues, waits until the consumer comes back
+// for more after its last event, and never waits for a disabled queue or for a queue whose
+// thread ended without cleaning up.
+TEST_F(HostSensor, QueueAndSync) {
   mustReturn("sync without queues", [] {
     zolt_host_sensor_push_gyro(1, 0, 0, 0);
     zolt_host_sensor_sync();
   });
   ASensorManager* manager = ASensorManager_getInstance();
   const ASensor* gyro = ASensorManager_getDefaultSensor(manager, ASENSOR_TYPE_GYROSCOPE);
-  ASensorEventQueue* q = nullptr;
+  ASSERT_NE(gyro, nullptr);
+  ASensorEventQueue* q = ASensorManager_createEventQueue(manager, ALooper_prepare(0), 7, nullptr,
+                                                         nullptr);
+  ASSERT_NE(q, nullptr);
+  ASensorEvent e;
+  zolt_host_sensor_push_gyro(1, 0, 0, 0);  // not enabled yet: dropped
+  EXPECT_EQ(ASensorEventQueue_enableSensor(q, gyro), 0);
+  zolt_host_sensor_push_gyro(10, 0, 0, 0);
+  zolt_host_sensor_push_gyro(20, 0, 0, 0);
+  EXPECT_EQ(ALooper_pollAll(-1, nullptr, nullptr, nullptr), 7);
+  for (int t : {10, 20}) {  // the values are checked where the polling thread logs them
+    ASSERT_EQ(ASensorEventQueue_getEvents(q, &e, 1), 1);
+    EXPECT_EQ(e.timestamp, t);
+  }
+  zolt_host_sensor_push_gyro(30, 0, 0, 0);
+  EXPECT_EQ(ASensorEventQueue_disableSensor(q, gyro), 0);  // the event in hand counts as done
+  zolt_host_sensor_push_gyro(40, 0, 0, 0);
+  mustReturn("sync with a disabled queue", [] { zolt_host_sensor_sync(); });
+  EXPECT_EQ(ASensorEventQueue_getEvents(q, &e, 1), -EAGAIN);
+  EXPECT_EQ(ASensorManager_destroyEventQueue(manager, q), 0);
+
   std::atomic<int> handled{0};
   std::thread consumer([&] {
     q = ASensorManager_createEventQueue(manager, ALooper_prepare(0), 1, nullptr, nullptr);
     ASensorEventQueue_enableSensor(q, gyro);
-    ASensorEvent e;
+    ASensorEvent got;
     while (ALooper_pollAll(-1, nullptr, nullptr, nullptr) >= 0)
-      while (ASensorEventQueue_getEvents(q, &e, 1) > 0) {
+      while (ASensorEventQueue_getEvents(q, &got, 1) > 0) {
         std::this_thread::sleep_for(std::chrono::milliseconds(2));  // slow: sync must wait
         ++handled;
-        if (e.timestamp == 3) return;  // ends with the queue still enabled
+        if (got.timestamp == 3) return;  // ends with the queue still enabled
       }
   });
   while (handled.load() == 0) {  // the queue is enabled once an event gets through
