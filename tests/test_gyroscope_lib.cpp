@@ -175,9 +175,8 @@ TEST_F(GyroscopeLib, AnglesAreRollYawPitchOfTheLandscapeCamera) {
     event(t, {0, 0, 0});
     for (const auto& [axis, angle] : c.turns)  // each over 100 ms
       event(t += 100 * kMs, {axis[0] * angle * 10, axis[1] * angle * 10, axis[2] * angle * 10});
-    EXPECT_NEAR(gReported.angles[0], c.roll, 1e-5);
-    EXPECT_NEAR(gReported.angles[1], c.yaw, 1e-5);
-    EXPECT_NEAR(gReported.angles[2], c.pitch, 1e-5);
+    const float want[3] = {c.roll, c.yaw, c.pitch};
+    for (int i = 0; i < 3; ++i) EXPECT_NEAR(gReported.angles[i], want[i], 1e-5) << i;
   }
 }
 

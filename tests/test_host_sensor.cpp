@@ -213,20 +213,18 @@ TEST_F(HostSensor, ManyCyclesLeaveNothingBehind) {
 #endif
   const int before = threadsAtRest();
   [[maybe_unused]] long warmKb = 0;
-  int started = 0;
   {
     LogCapture quiet;
     for (int i = 0; i < cycles; ++i) {
       void* handle = nullptr;
       ASSERT_EQ(ZOLT_PANO_Initial(&p, &handle), SUCCESS);
-      started += pSensorHandle != nullptr;
+      ASSERT_NE(pSensorHandle, nullptr) << "cycle " << i;
       zolt_host_sensor_push_gyro(i + 1, 0, 0, 0);
       ZOLT_PANO_Release(&handle);
       if (i == cycles / 10) warmKb = residentKb();
       if (i % 100 == 99) quiet.clear();
     }
   }
-  EXPECT_EQ(started, cycles);
   EXPECT_EQ(threadCountSettled(before), before);
   // Sanitizers hold freed memory back on purpose; without them the growth is allocator noise.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)

@@ -49,10 +49,8 @@ TEST_F(SensorInterfaceTest, ReadsBackWhatTheCallbackWrote) {
   SensorInterface::handleReceivedRMChange(matrix, nullptr, libAngles);
   EXPECT_EQ(s.dataReady.load(), 1);
   EXPECT_EQ(s.get_Cur_GyroSensorVal(angles, rotation), 0);
-  EXPECT_EQ(angles[0], 2.0f);
-  EXPECT_EQ(angles[1], -1.0f);
-  EXPECT_EQ(angles[2], 0.5f);
-  const float upperLeft[9] = {0, 1, 2, 4, 5, 6, 8, 9, 10};
+  const float reversed[3] = {2.0f, -1.0f, 0.5f}, upperLeft[9] = {0, 1, 2, 4, 5, 6, 8, 9, 10};
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(angles[i], reversed[i]) << i;
   for (int i = 0; i < 9; ++i) EXPECT_EQ(rotation[i], upperLeft[i]) << i;
   EXPECT_TRUE(log.contains(
       ANDROID_LOG_INFO,
