@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "sensor/native_sensor_interface.h"
 #include "sensor/sensor_handle.h"
@@ -16,16 +15,7 @@
 
 namespace {
 
-using zolt::test::LogCapture;
-using zolt::test::mustReturn;
-
-// True when `want` appears in the log in this order (other lines may come between).
-bool inOrder(const LogCapture& log, const std::vector<std::string>& want) {
-  size_t i = 0;
-  for (const auto& l : log.lines())
-    if (i < want.size() && l.message == want[i]) ++i;
-  return i == want.size();
-}
+using namespace zolt::test;
 
 class SensorInterfaceTest : public testing::Test {
  protected:
@@ -36,13 +26,13 @@ class SensorInterfaceTest : public testing::Test {
   }
 };
 
-// Before the first orientation: -1, zero angles, the identity. After one: 0, the angles
-// reversed, the upper-left 3x3 of the 4x4, and the angles logged in degrees.
+// Before the first orientation: -1, zero angles, the identity. The orientation callback finds
+// the object through pSensorHandle (without one it only logs); after it: 0, the angles reversed,
+// the upper-left 3x3 of the 4x4, and the angles logged in degrees.
 TEST_F(SensorInterfaceTest, ReadsBackWhatTheCallbackWrote) {
   LogCapture log;
   SensorInterface s;
-  float angles[3] = {7, 7, 7};
-  float rotation[9] = {7, 7, 7, 7, 7, 7, 7, 7, 7};
+  float angles[3] = {7, 7, 7}, rotation[9] = {7, 7, 7, 7, 7, 7, 7, 7, 7}, matrix[16];
   EXPECT_EQ(s.get_Cur_GyroSensorVal(angles, rotation), -1);
   for (float a : angles) EXPECT_EQ(a, 0.0f);
   const float identity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
@@ -50,87 +40,46 @@ TEST_F(SensorInterfaceTest, ReadsBackWhatTheCallbackWrote) {
   EXPECT_TRUE(log.contains(ANDROID_LOG_INFO,
                            "SensorInterface : Sensor Data Not yet ready..hence setting values to 0 "));
 
-  float matrix[16];
   for (int i = 0; i < 16; ++i) matrix[i] = static_cast<float>(i);
   float libAngles[3] = {0.5f, -1.0f, 2.0f};
-  s.write_sensor_data(libAngles, matrix);
+  SensorInterface::handleReceivedRMChange(matrix, nullptr, libAngles);
+  EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "SensorInterface : Init Failed"));
+  EXPECT_EQ(s.dataReady.load(), 0);
+  pSensorHandle = &s;
+  SensorInterface::handleReceivedRMChange(matrix, nullptr, libAngles);
   EXPECT_EQ(s.dataReady.load(), 1);
   EXPECT_EQ(s.get_Cur_GyroSensorVal(angles, rotation), 0);
-  EXPECT_EQ(angles[0], 2.0f);
-  EXPECT_EQ(angles[1], -1.0f);
-  EXPECT_EQ(angles[2], 0.5f);
-  const float upperLeft[9] = {0, 1, 2, 4, 5, 6, 8, 9, 10};
+  const float reversed[3] = {2.0f, -1.0f, 0.5f}, upperLeft[9] = {0, 1, 2, 4, 5, 6, 8, 9, 10};
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(angles[i], reversed[i]) << i;
   for (int i = 0; i < 9; ++i) EXPECT_EQ(rotation[i], upperLeft[i]) << i;
   EXPECT_TRUE(log.contains(
       ANDROID_LOG_INFO,
       "SensorInterface : Exitting get_Cur_GyroSensorVal  114.591559  -57.295780  28.647890  "));
 }
 
-// The orientation callback finds the object through pSensorHandle; without one it only logs.
-TEST_F(SensorInterfaceTest, CallbackGoesThroughTheGlobalHandle) {
-  LogCapture log;
-  SensorInterface s;
-  float matrix[16] = {};
-  float angles[3] = {1, 2, 3};
-  pSensorHandle = nullptr;
-  SensorInterface::handleReceivedRMChange(matrix, nullptr, angles);
-  EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "SensorInterface : Init Failed"));
-  EXPECT_EQ(s.dataReady.load(), 0);
-  pSensorHandle = &s;
-  SensorInterface::handleReceivedRMChange(matrix, nullptr, angles);
-  EXPECT_EQ(s.dataReady.load(), 1);
-  EXPECT_EQ(s.angles[0], 3.0f);
-}
-
-// init with a gyroscope: the steps log in order, the thread runs; a second start returns 1
-// without a second thread; deinit joins it and frees everything.
-TEST_F(SensorInterfaceTest, StartsOnceStopsAndJoins) {
+// init with a gyroscope: the steps log in order and the thread runs; a second start returns 1
+// without a second thread; events are logged and reach the object only through pSensorHandle;
+// deinit joins the thread.
+TEST_F(SensorInterfaceTest, StartsOnceFeedsAndJoins) {
   zolt_host_sensor_set_gyroscope(1);
-  const int before = zolt::test::threadBaseline();
+  const int before = threadsAtRest();
   LogCapture log;
   SensorInterface s;
-  pSensorHandle = &s;
   ASSERT_TRUE(s.init());
   ASSERT_NE(pollSensor, nullptr);
-  EXPECT_EQ(android::eSensorStat.load(), android::kSensorRunning);
-  EXPECT_EQ(zolt::test::threadCount(), before + 1);
-  EXPECT_TRUE(inOrder(log, {"SensorInterface :gyroLib created", "SensorInterface :gyroLib callbacks",
-                            "SensorInterface :callbacks->onCorrectedSensorData Created",
-                            "SensorInterface :callbacks->onRMChange Created",
-                            "SensorInterface :gyroLib->initializeLib DONE",
-                            "NativeSensorInterface :  Entered startSensor",
-                            "NativeSensorInterface : Sensor Registration Start",
-                            "NativeSensorInterface :looper is Success",
-                            "NativeSensorInterface :sensor man is Success",
-                            "NativeSensorInterface :gyro is Success",
-                            "NativeSensorInterface :queue is Success",
-                            "NativeSensorInterface :  Exitting startSensor"}));
+  EXPECT_TRUE(inOrder(
+      log, {"SensorInterface :gyroLib created", "SensorInterface :gyroLib callbacks",
+            "SensorInterface :callbacks->onCorrectedSensorData Created",
+            "SensorInterface :callbacks->onRMChange Created",
+            "SensorInterface :gyroLib->initializeLib DONE", "NativeSensorInterface :  Entered startSensor",
+            "NativeSensorInterface : Sensor Registration Start", "NativeSensorInterface :looper is Success",
+            "NativeSensorInterface :sensor man is Success", "NativeSensorInterface :gyro is Success",
+            "NativeSensorInterface :queue is Success", "NativeSensorInterface :  Exitting startSensor"}));
   EXPECT_EQ(pollSensor->startSensor(), 1);
   EXPECT_TRUE(log.contains(ANDROID_LOG_INFO,
                            "NativeSensorInterface :  Sensors Already Registered : return -1"));
-  EXPECT_EQ(zolt::test::threadCount(), before + 1);
+  EXPECT_EQ(threadCount(), before + 1);
 
-  log.clear();
-  zolt::test::mustReturn("deinit", [&] { s.deinit(); });
-  EXPECT_EQ(pollSensor, nullptr);
-  EXPECT_EQ(s.gyroLib, nullptr);
-  EXPECT_EQ(s.callbacks, nullptr);
-  EXPECT_EQ(zolt::test::threadCountSettled(before), before);
-  EXPECT_TRUE(inOrder(log, {"NativeSensorInterface :  Entered stopSensor",
-                            "NativeSensorInterface :  Exitting Polling thread",
-                            "NativeSensorInterface :  Exitting stopSensor",
-                            "SensorInterface : Informed sensor thread to start terminating by stopSensor()",
-                            "SensorInterface : Calling delete pollSensor"}));
-}
-
-// Events reach the fusion library through pSensorHandle, each logged; with no handle the thread
-// logs that instead and nothing is written.
-TEST_F(SensorInterfaceTest, EventsAreLoggedAndNeedTheHandle) {
-  zolt_host_sensor_set_gyroscope(1);
-  LogCapture log;
-  SensorInterface s;
-  pSensorHandle = nullptr;
-  ASSERT_TRUE(s.init());
   zolt_host_sensor_push_gyro(1000000, 0.25f, -0.5f, 1.0f);
   zolt_host_sensor_sync();
   EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, "NativeSensorInterface 0.250000, -0.500000, 1.000000: "
@@ -141,7 +90,16 @@ TEST_F(SensorInterfaceTest, EventsAreLoggedAndNeedTheHandle) {
   zolt_host_sensor_push_gyro(2000000, 0, 0, 0);
   zolt_host_sensor_sync();
   EXPECT_EQ(s.dataReady.load(), 1);
-  zolt::test::mustReturn("deinit", [&] { s.deinit(); });
+
+  log.clear();
+  mustReturn("deinit", [&] { s.deinit(); });
+  EXPECT_EQ(pollSensor, nullptr);
+  EXPECT_EQ(threadCountSettled(before), before);
+  EXPECT_TRUE(inOrder(log, {"NativeSensorInterface :  Entered stopSensor",
+                            "NativeSensorInterface :  Exitting Polling thread",
+                            "NativeSensorInterface :  Exitting stopSensor",
+                            "SensorInterface : Informed sensor thread to start terminating by stopSensor()",
+                            "SensorInterface : Calling delete pollSensor"}));
 }
 
 // A gyroscope that cannot be started, for each reason: Initial still succeeds, the sensor is
@@ -160,28 +118,20 @@ TEST_F(SensorInterfaceTest, InitialRunsOnVisionWhenTheGyroscopeFails) {
       {"sensor", true, "NativeSensorInterface :gyroSensor is NULL"},
       {"queue", true, "NativeSensorInterface :sensorEventQueue is NULL"},
   };
-  zolt::test::Nv21Buffer frame(1280, 720);
+  Nv21Buffer frame(1280, 720);
   for (size_t i = 0; i < frame.buf.size(); ++i) frame.buf[i] = static_cast<uint8_t>((i * 7919) >> 3);
-  // One engine first, so that lazily started library threads are in the count.
-  tag_ZOLT_PANO_INIT_PARAM p{};
-  p.previewWidth = 1280;
-  p.previewHeight = 720;
-  p.camOrientation = 90;
-  void* handle = nullptr;
-  const int initial = zolt::test::threadCount();
-  ASSERT_EQ(ZOLT_PANO_Initial(&p, &handle), SUCCESS);
-  mustReturn("ZOLT_PANO_Release", [&] { ZOLT_PANO_Release(&handle); });
-  const int before = zolt::test::threadCountSettled(initial);
+  tag_ZOLT_PANO_INIT_PARAM p = previewParam();
+  const int before = threadsAtRest();
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.inject) + (c.gyroscope ? " with" : " without") + " a gyroscope");
     zolt_host_sensor_set_gyroscope(c.gyroscope);
-    zolt::test::InjectedSensorFailure fail(c.inject);
+    InjectedSensorFailure fail(c.inject);
     LogCapture log;
-    handle = nullptr;
+    void* handle = nullptr;
     ASSERT_EQ(ZOLT_PANO_Initial(&p, &handle), SUCCESS);
     EXPECT_EQ(pSensorHandle, nullptr);
     EXPECT_EQ(pollSensor, nullptr);
-    EXPECT_EQ(zolt::test::threadCountSettled(before), before);
+    EXPECT_EQ(threadCountSettled(before), before);
     for (const char* line :
          {c.line, "NativeSensorInterface::startSensor : Sensor Acquisition Failed, returning -1 ",
           "SensorInterface::init : Sensor Acquisition Failed ",

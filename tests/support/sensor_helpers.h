@@ -1,5 +1,6 @@
 // Helpers for the gyroscope tests: threads and memory of this process, the host service's
-// failure switch, and a guard that ends a test which would otherwise wait for ever.
+// failure switch, the engine's preview parameters, and a guard that ends a test which would
+// otherwise wait for ever.
 #pragma once
 
 #include <dirent.h>
@@ -10,7 +11,10 @@
 #include <cstdlib>
 #include <future>
 #include <string>
-#include <thread>
+#include <vector>
+
+#include "support/log_capture.h"
+#include "zolt_pano.h"
 
 namespace zolt::test {
 
@@ -18,8 +22,7 @@ namespace zolt::test {
 inline int threadCount() {
   int n = 0;
   if (DIR* d = opendir("/proc/self/task")) {
-    while (dirent* e = readdir(d))
-      if (e->d_name[0] != '.') ++n;
+    while (dirent* e = readdir(d)) n += e->d_name[0] != '.';
     closedir(d);
   }
   return n;
@@ -29,19 +32,8 @@ inline int threadCount() {
 // moment longer than pthread_join waits): waits up to two seconds for the count to reach `want`.
 inline int threadCountSettled(int want) {
   int n = threadCount();
-  for (int i = 0; i < 200 && n > want; ++i) {
-    usleep(10000);
-    n = threadCount();
-  }
+  for (int i = 0; i < 200 && n > want; ++i, n = threadCount()) usleep(10000);
   return n;
-}
-
-// Threads of this process at rest, after one thread has come and gone: a runtime that starts a
-// helper thread with the first thread of the process (ThreadSanitizer does) has done so.
-inline int threadBaseline() {
-  const int n = threadCount();
-  std::thread([] {}).join();
-  return threadCountSettled(n);
 }
 
 // Resident memory, kB.
@@ -56,14 +48,11 @@ inline long residentKb() {
 
 // Makes the host sensor service fail at `what` ("looper", "manager", "sensor", "queue") while
 // alive; empty: nothing fails.
-class InjectedSensorFailure {
- public:
+struct InjectedSensorFailure {
   explicit InjectedSensorFailure(const std::string& what) {
     if (!what.empty()) setenv("ZOLT_HOST_SENSOR_FAIL", what.c_str(), 1);
   }
   ~InjectedSensorFailure() { unsetenv("ZOLT_HOST_SENSOR_FAIL"); }
-  InjectedSensorFailure(const InjectedSensorFailure&) = delete;
-  InjectedSensorFailure& operator=(const InjectedSensorFailure&) = delete;
 };
 
 // Runs f on another thread; a call that has not returned after `limit` is a hang: the test
@@ -77,6 +66,33 @@ void mustReturn(const char* what, F f, std::chrono::seconds limit = std::chrono:
     std::_Exit(1);
   }
   done.get();
+}
+
+// A landscape 1280x720 preview from a camera mounted at 90 degrees.
+inline tag_ZOLT_PANO_INIT_PARAM previewParam() {
+  tag_ZOLT_PANO_INIT_PARAM p{};
+  p.previewWidth = 1280;
+  p.previewHeight = 720;
+  p.camOrientation = 90;
+  return p;
+}
+
+// Threads of this process at rest after one Initial / Release, so that threads the libraries
+// (and ThreadSanitizer) start lazily are in the count.
+inline int threadsAtRest() {
+  const int initial = threadCount();
+  tag_ZOLT_PANO_INIT_PARAM p = previewParam();
+  void* handle = nullptr;
+  if (ZOLT_PANO_Initial(&p, &handle) != SUCCESS) return -1;
+  mustReturn("ZOLT_PANO_Release", [&] { ZOLT_PANO_Release(&handle); });
+  return threadCountSettled(initial);
+}
+
+// True when `want` appears in the log in this order (other lines may come between).
+inline bool inOrder(const LogCapture& log, const std::vector<std::string>& want) {
+  size_t i = 0;
+  for (const auto& l : log.lines()) i += i < want.size() && l.message == want[i];
+  return i == want.size();
 }
 
 }  // namespace zolt::test
