@@ -403,33 +403,26 @@ Command setupSoak(CLI::App& program) {
   auto o = std::make_shared<SoakArgs>();
   CLI::App* app =
       program.add_subcommand("soak", "Long runs of the engine through its C interface, checked");
-  app->add_option("--size", o->size, "preview size WxH")->capture_default_str();
-  app->add_option("--photo", o->photo, "photo the sweep is rendered from")->capture_default_str();
+  app->option_defaults()->always_capture_default();
+  app->add_option("--size", o->size, "preview size WxH");
+  app->add_option("--photo", o->photo, "photo the sweep is rendered from");
   app->add_option("--photo-scale", o->photoScale, "photo scale factor (0: preview width / 1280)")
-      ->capture_default_str()
       ->check(CLI::Range(0.0, 8.0));
   app->add_option("--sweep-frames", o->sweepFrames, "rendered frames, replayed by every phase")
-      ->capture_default_str()
       ->check(CLI::Range(8, 1000));
   app->add_option("--frames", o->frames, "frames through one engine (0: skip)")
-      ->capture_default_str()
       ->check(CLI::NonNegativeNumber);
   app->add_option("--cycles", o->cycles, "Initial/Release cycles (0: skip)")
-      ->capture_default_str()
       ->check(CLI::NonNegativeNumber);
   app->add_option("--cycle-frames", o->cycleFrames, "frames fed in each cycle")
-      ->capture_default_str()
       ->check(CLI::Range(0, 1000));
   app->add_option("--save-every", o->saveEvery, "SaveImage on every n-th cycle (0: never)")
-      ->capture_default_str()
       ->check(CLI::NonNegativeNumber);
-  app->add_flag("!--no-fill", o->fill, "skip the sweep that fills the canvas");
   app->add_option("--max-growth-mb", o->maxGrowthMb,
                   "largest resident-memory growth after warm-up that passes (not judged under "
-                  "sanitizers)")
-      ->capture_default_str();
-  app->add_option("--out-dir", o->outDir, "where the JPEGs are written (and removed)")
-      ->capture_default_str();
+                  "sanitizers)");
+  app->add_option("--out-dir", o->outDir, "where the JPEGs are written (and removed)");
+  app->add_flag("!--no-fill", o->fill, "skip the sweep that fills the canvas");
   app->add_flag("--gyroscope", o->gyroscope, "run with the host's gyroscope stand-in present");
   app->add_flag("-v,--verbose", gVerbose, "print the engine's log");
   return {app, [o] { return runSoak(*o); }};
