@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # The full soak: for each preview size, a sweep past the end of its canvas, 10,000 frames
-# through one engine and 1,000 Initial/Release cycles (tests/soak/zoltpano_soak.cpp), each size
-# in a process of its own so that its peak resident memory (VmHWM) is its own. Ends with the
+# through one engine and 1,000 Initial/Release cycles (`zoltpano soak`), each size in a
+# process of its own so that its peak resident memory (VmHWM) is its own. Ends with the
 # figures as a Markdown table. Exit status 1 when a check failed in any size.
 #   scripts/soak.sh [--frames N] [--cycles N] [--sizes "1280x720 1920x1080"] [--asan]
 #     --asan   use the ASan+UBSan build (build/asan): LeakSanitizer checks the full counts at
 #              exit; memory growth is reported, not judged, and the speed means nothing there
-# Builds the zoltpano_soak target in build/host (or build/asan), configuring it when needed.
-# ZOLTPANO_JOBS sets the build parallelism (default: the number of cores, at most 2).
+# Builds the zoltpano command (target zoltpano_cli) in build/host (or build/asan), configuring
+# it when needed. ZOLTPANO_JOBS sets the build parallelism (default: the cores, at most 2).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -36,7 +36,7 @@ if [ ! -f "$build/CMakeCache.txt" ]; then
     cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DZOLTPANO_WERROR=ON
   fi
 fi
-cmake --build "$build" -j "$jobs" --target zoltpano_soak
+cmake --build "$build" -j "$jobs" --target zoltpano_cli
 
 out="$build/soak"
 mkdir -p "$out"
@@ -45,7 +45,7 @@ rows=()
 for size in $sizes; do
   echo "== $size: $frames frames, $cycles cycles"
   log="$out/soak-$size.log"
-  if ! "$build/tests/soak/zoltpano_soak" --size "$size" --frames "$frames" --cycles "$cycles" \
+  if ! "$build/tools/zoltpano" soak --size "$size" --frames "$frames" --cycles "$cycles" \
       --out-dir "$out" | tee "$log"; then
     status=1
   fi

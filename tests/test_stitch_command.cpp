@@ -1,7 +1,7 @@
 // zoltpano stitch's pieces: frame sources (videos, image folders, sweeps; small and changing
 // frame sizes) and whole sweeps through the C interface with their outputs and fallbacks.
-#include <unistd.h>
-
+#include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -10,50 +10,26 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
-#include <opencv2/videoio.hpp>
 
 #include "sim/sweep_simulator.h"
 #include "sim/sweep_writer.h"
 #include "support/sim_sweep.h"
+#include "support/stitch_inputs.h"
 #include "tools/frame_source.h"
 #include "tools/stitch_session.h"
 
 namespace fs = std::filesystem;
+using zolt::test::freshDir;
+using zolt::test::texture;
+using zolt::test::thrown;
 using zolt::tools::FrameSource;
 using zolt::tools::InputError;
 using zolt::tools::SourceOptions;
 using zolt::tools::StitchError;
 using zolt::tools::StitchOptions;
+using zolt::tools::StitchResult;
 
 namespace {
-
-const char* kPhoto = "/usr/share/backgrounds/picosdeeuropa_by_Aitzol_Berasategi.jpg";
-
-std::string freshDir(const std::string& name) {
-  const fs::path d = fs::path(testing::TempDir()) / ("zolt_stitch_" + name);
-  fs::remove_all(d);
-  fs::create_directories(d);
-  return d.string();
-}
-
-cv::Mat texture(int w, int h, int seed) {
-  cv::Mat m(h, w, CV_8UC3);
-  cv::RNG rng(seed);
-  rng.fill(m, cv::RNG::UNIFORM, 0, 255);
-  cv::GaussianBlur(m, m, cv::Size(5, 5), 1.5);
-  return m;
-}
-
-// The message of the E that `f` throws; "" when it returns.
-template <class E, class F>
-std::string thrown(F f) {
-  try {
-    f();
-  } catch (const E& e) {
-    return e.what();
-  }
-  return "";
-}
 
 // What reading all of `path` throws.
 std::string errorOf(const std::string& path, const SourceOptions& opt = {}) {
@@ -64,37 +40,37 @@ std::string errorOf(const std::string& path, const SourceOptions& opt = {}) {
   });
 }
 
-// A 20-frame 1280 x 720 steady sweep written once per test process (ctest runs the cases as
-// parallel processes, hence the process id).
+// A 20-frame 1280 x 720 steady sweep written once per test process.
 const std::string& sweepDir() {
   static const std::string dir = [] {
     static std::string root;
-    root = freshDir("sweep" + std::to_string(::getpid()));
+    root = freshDir("sweep");
     std::atexit([] { fs::remove_all(root); });
-    const std::string d = root + "/s";
-    zolt::sim::SweepSimulator sim(zolt::test::simSweep("steady", kPhoto, 20));
-    zolt::sim::SweepWriter::write(sim, d);
-    return d;
+    zolt::sim::SweepSimulator sim(zolt::test::simSweep("steady", zolt::test::kStitchPhoto, 20));
+    zolt::sim::SweepWriter::write(sim, root + "/s");
+    return root + "/s";
   }();
   return dir;
 }
 
-// Stitches `src` into `name` without hints, the rest of the options as `opt` sets them.
-zolt::tools::StitchResult stitch(FrameSource& src, const std::string& name,
-                                 StitchOptions opt = {}) {
+// Stitches `path` into `name` without hints, the rest of the options as `opt` sets them.
+StitchResult stitch(const std::string& path, const std::string& name, StitchOptions opt = {},
+                    const SourceOptions& src = {}) {
   opt.name = name;
   opt.hints = false;
-  zolt::tools::StitchResult r;
-  zolt::tools::stitch(src, opt, r);
+  StitchResult r;
+  zolt::tools::stitch(*FrameSource::open(path, src), opt, r);
   return r;
 }
 
-
 }  // namespace
 
+// The smallest even size above 640 on both sides with the aspect kept; a side too long for an
+// int stops just below INT_MAX.
 TEST(StitchFrameSource, UpscaledSizeIsTheSmallestEvenSizeAbove640WithTheAspect) {
   const struct { int w, h, wantW, wantH; } cases[] = {
-      {640, 480, 856, 642}, {480, 640, 642, 856}, {1280, 640, 1284, 642}, {641, 700, 642, 702}};
+      {640, 480, 856, 642}, {480, 640, 642, 856}, {1280, 640, 1284, 642}, {641, 700, 642, 702},
+      {2, 20000000, 642, INT_MAX - 1}};
   for (const auto& c : cases) {
     int w = 0, h = 0;
     zolt::tools::upscaledSize(c.w, c.h, w, h);
@@ -108,8 +84,8 @@ TEST(StitchFrameSource, ImageFolderInNameOrderWithRangeAndUpscale) {
   for (int i : {2, 0, 1})
     cv::imwrite(dir + "/img" + std::to_string(i) + ".png", texture(320, 240, i));
   std::ofstream(dir + "/notes.txt") << "not an image";
-  EXPECT_NE(errorOf(dir).find("frames are 320x240: the engine needs both sides above 640"),
-            std::string::npos) << errorOf(dir);
+  EXPECT_EQ(errorOf(dir), "frames are 320x240: the engine needs both sides above 640 "
+                          "(--upscale scales them up)");
 
   SourceOptions opt;
   opt.upscale = true;
@@ -117,7 +93,6 @@ TEST(StitchFrameSource, ImageFolderInNameOrderWithRangeAndUpscale) {
   opt.count = 5;
   auto src = FrameSource::open(dir, opt);
   EXPECT_EQ(src->kind(), "images");
-  EXPECT_EQ(cv::Size(src->width(), src->height()), cv::Size(856, 642));
   EXPECT_EQ(src->expectedFrames(), 2);
   std::vector<uint8_t> f;
   std::vector<int> indices;
@@ -136,31 +111,33 @@ TEST(StitchFrameSource, ImageFolderInNameOrderWithRangeAndUpscale) {
 }
 
 TEST(StitchFrameSource, RefusesMissingUnreadableAndChangingInput) {
-  EXPECT_EQ(errorOf("/nonexistent/input.mp4"), "input '/nonexistent/input.mp4' does not exist");
-  const std::string dir = freshDir("bad");
+  const std::string dir = freshDir("bad"), empty = freshDir("empty");
   std::ofstream(dir + "/clip.mp4") << "this is no video";
-  EXPECT_EQ(errorOf(dir + "/clip.mp4"),
-            "cannot open '" + dir + "/clip.mp4' as a video (unsupported format or codec)");
-  EXPECT_EQ(errorOf(freshDir("empty")), "'" + freshDir("empty") + "' holds no image files");
-
   cv::imwrite(dir + "/a.png", texture(1280, 720, 1));
   cv::imwrite(dir + "/b.png", texture(1282, 720, 2));
-  EXPECT_EQ(errorOf(dir), "'" + dir + "/b.png' is 1282x720, the first image was 1280x720: the "
-                          "frame size changed mid-stream");
   std::ofstream(dir + "/c.png") << "broken";
-  SourceOptions skip;
-  skip.first = 2;
-  EXPECT_EQ(errorOf(dir, skip), "cannot read image '" + dir + "/c.png'");
+  SourceOptions fromC;
+  fromC.first = 2;
+  const struct {
+    std::string path;
+    SourceOptions opt;
+    std::string says;
+  } cases[] = {
+      {"/nonexistent/input.mp4", {}, "input '/nonexistent/input.mp4' does not exist"},
+      {dir + "/clip.mp4", {},
+       "cannot open '" + dir + "/clip.mp4' as a video (unsupported format or codec)"},
+      {empty, {}, "'" + empty + "' holds no image files"},
+      {dir, {}, "'" + dir + "/b.png' is 1282x720, the first image was 1280x720: the frame size "
+                "changed mid-stream"},
+      {dir, fromC, "cannot read image '" + dir + "/c.png'"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(errorOf(c.path, c.opt), c.says);
 }
 
 TEST(StitchFrameSource, VideoFramesArriveAsNv21OfEvenSize) {
   const std::string path = freshDir("video") + "/clip.avi";
-  {
-    cv::VideoWriter w(path, cv::CAP_FFMPEG, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), 25,
-                      cv::Size(1281, 721));
-    ASSERT_TRUE(w.isOpened());
-    for (int i = 0; i < 3; ++i) w.write(texture(1281, 721, i));
-  }
+  ASSERT_TRUE(zolt::test::writeClip(path, {1281, 721}, 25, 3,
+                                    [](int i) { return texture(1281, 721, i); }));
   auto src = FrameSource::open(path, {});
   EXPECT_EQ(src->kind(), "video");
   EXPECT_EQ(cv::Size(src->width(), src->height()), cv::Size(1280, 720));
@@ -173,22 +150,22 @@ TEST(StitchFrameSource, VideoFramesArriveAsNv21OfEvenSize) {
 
 TEST(StitchSession, SteadySweepWritesPanoramaCsvAndReport) {
   const std::string out = freshDir("out") + "/pano";
-  auto src = FrameSource::open(sweepDir(), {});
-  EXPECT_EQ(src->kind(), "sweep");
-  const zolt::tools::StitchResult r = stitch(*src, out);
+  const StitchResult r = stitch(sweepDir(), out);
   EXPECT_EQ(r.panoramaPath, out + ".jpg");
   EXPECT_TRUE(r.outputProblem.empty());
   EXPECT_EQ(r.direction, MOVE_RIGHT);
   EXPECT_EQ(cv::Size(r.canvasWidth, r.canvasHeight), cv::Size(6 * 1280, 720));
   ASSERT_GE(r.keyFrames.size(), 5u);
-  cv::Mat pano = cv::imread(out + ".jpg");
-  ASSERT_FALSE(pano.empty());
+  const cv::Mat pano = cv::imread(out + ".jpg");
   EXPECT_EQ(pano.cols, r.validRect.right - r.validRect.left);
   // Key frames advance along the sweep; the last one ends where the panorama ends.
   for (size_t i = 1; i < r.keyFrames.size(); ++i)
     EXPECT_GT(r.keyFrames[i].canvas.x, r.keyFrames[i - 1].canvas.x);
   EXPECT_EQ(r.keyFrames.front().canvas.x, 0);
   EXPECT_EQ(r.keyFrames.back().canvas.br().x - r.validRect.left, pano.cols);
+  ASSERT_EQ(r.captures.size(), 1u);
+  EXPECT_EQ(r.captures[0].lastFrame, 19);
+  EXPECT_FALSE(fs::exists(out + "_capture1.jpg"));
 
   std::ifstream csv(out + ".csv");
   std::string line;
@@ -196,19 +173,13 @@ TEST(StitchSession, SteadySweepWritesPanoramaCsvAndReport) {
   EXPECT_EQ(line, "frame,offset_x,offset_y,key_frame,direction,code,sweep_length,progress,"
                   "select_ms,add_ms,capture,time_ms");
   int rows = 0, keys = 0, frame, ox, oy, key;
-  while (std::getline(csv, line)) {
+  for (; std::getline(csv, line); ++rows) {
     ASSERT_EQ(std::sscanf(line.c_str(), "%d,%d,%d,%d", &frame, &ox, &oy, &key), 4) << line;
-    ++rows;
     keys += key;
   }
   EXPECT_EQ(rows, 20);
-  ASSERT_EQ(r.captures.size(), 1u);
-  EXPECT_EQ(r.captures[0].firstFrame, 0);
-  EXPECT_EQ(r.captures[0].lastFrame, 19);
-  EXPECT_EQ(r.captures[0].panoramaPath, out + ".jpg");
-  EXPECT_FALSE(fs::exists(out + "_capture1.jpg"));
   EXPECT_GE(keys, static_cast<int>(r.keyFrames.size()));
-  cv::Mat report = cv::imread(out + "_report.png");
+  const cv::Mat report = cv::imread(out + "_report.png");
   EXPECT_EQ(report.cols, 1600);
   EXPECT_GT(report.rows, 420);
 }
@@ -222,8 +193,7 @@ TEST(StitchSession, UnwritableNameFallsBackToTheCurrentDirectory) {
   fs::current_path(cwd);
   SourceOptions range;
   range.count = 12;
-  auto src = FrameSource::open(sweepDir(), range);
-  const zolt::tools::StitchResult r = stitch(*src, "/nonexistent-dir/sub/pano");
+  const StitchResult r = stitch(sweepDir(), "/nonexistent-dir/sub/pano", {}, range);
   fs::current_path(before);
   EXPECT_EQ(r.outputProblem,
             "cannot write '/nonexistent-dir/sub/pano.jpg': directory '/nonexistent-dir/sub' does "
@@ -239,15 +209,14 @@ TEST(StitchSession, FrameSizeChangingMidStreamKeepsThePanoramaSoFar) {
   const std::string dir = freshDir("changing");
   auto sweep = FrameSource::open(sweepDir(), {});
   std::vector<uint8_t> f;
+  cv::Mat bgr;
   for (int i = 0; i < 10 && sweep->next(f); ++i) {
-    cv::Mat bgr;
     cv::cvtColor(cv::Mat(720 * 3 / 2, 1280, CV_8UC1, f.data()), bgr, cv::COLOR_YUV2BGR_NV21);
     cv::imwrite(dir + "/f" + std::to_string(10 + i) + ".png", bgr);
   }
   cv::imwrite(dir + "/f99.png", texture(1282, 720, 3));
-  auto src = FrameSource::open(dir, {});
   const std::string out = freshDir("changing_out") + "/pano";
-  const zolt::tools::StitchResult r = stitch(*src, out);
+  const StitchResult r = stitch(dir, out);
   EXPECT_EQ(r.inputProblem, "'" + dir + "/f99.png' is 1282x720, the first image was 1280x720: "
                             "the frame size changed mid-stream");
   EXPECT_EQ(r.frames.size(), 10u);
@@ -257,11 +226,10 @@ TEST(StitchSession, FrameSizeChangingMidStreamKeepsThePanoramaSoFar) {
 }
 
 TEST(StitchSession, CanvasThatDoesNotSuitTheSweepAxisIsRefused) {
-  auto src = FrameSource::open(sweepDir(), {});
   StitchOptions opt;
   opt.canvasWidth = 1280;
   opt.canvasHeight = 4000;
-  EXPECT_EQ(thrown<StitchError>([&] { stitch(*src, freshDir("canvas") + "/pano", opt); }),
+  EXPECT_EQ(thrown<StitchError>([&] { stitch(sweepDir(), freshDir("canvas") + "/pano", opt); }),
             "canvas 1280x4000 does not suit a horizontal sweep of 1280x720 frames: it must be as "
             "high as a frame and wider");
 }
@@ -270,30 +238,24 @@ TEST(StitchSession, CanvasThatDoesNotSuitTheSweepAxisIsRefused) {
 // the sweep's gyroscope fed in step with the frames the engine sweeps on and the panorama
 // covers the sweep. A gyroscope file that cannot be read is an input error.
 TEST(StitchSession, GyroscopeCarriesASweepWithoutTexture) {
-  const std::string dir = freshDir("flat") + "/s";
+  const std::string dir = freshDir("flat") + "/s", out = freshDir("flat_out") + "/pano";
   zolt::sim::SweepSimulator sim(
       zolt::test::simSweep("textureless", "/usr/share/backgrounds/Kleiber_by_Lukas_Baubkus.jpg", 20));
   zolt::sim::SweepWriter::write(sim, dir);
+  EXPECT_NE(thrown<StitchError>([&] { stitch(dir, out); }).find("no panorama"), std::string::npos);
   StitchOptions opt;
-  opt.name = freshDir("flat_out") + "/pano";
-  opt.hints = false;
-  zolt::tools::StitchResult r;
-  auto vision = FrameSource::open(dir, {});
-  EXPECT_NE(thrown<StitchError>([&] { zolt::tools::stitch(*vision, opt, r); }).find("no panorama"),
-            std::string::npos);
   opt.gyroPath = dir + "/gyro.csv";
-  auto withGyro = FrameSource::open(dir, {});
-  zolt::tools::stitch(*withGyro, opt, r);
+  const StitchResult r = stitch(dir, out, opt);
   EXPECT_EQ(r.direction, MOVE_RIGHT);
   EXPECT_GE(r.keyFrames.size(), 15u);
   EXPECT_EQ(r.gyroEvents, sim.gyroEvents().size());
   for (const auto& f : r.frames) EXPECT_NE(f.code, ERR_TRACE_NO_FEATURE) << f.frame;
   // The panorama reaches from the first key frame to the last: their distance plus a frame.
-  const double swept = sim.truth().at(r.keyFrames.back().frame).dx - sim.truth().at(r.keyFrames.front().frame).dx;
+  const double swept = sim.truth().at(r.keyFrames.back().frame).dx -
+                       sim.truth().at(r.keyFrames.front().frame).dx;
   EXPECT_NEAR(r.panorama.cols, swept + 1280, 0.02 * swept + 8);
 
   opt.gyroPath = dir + "/missing.csv";
-  auto again = FrameSource::open(dir, {});
-  EXPECT_NE(thrown<InputError>([&] { zolt::tools::stitch(*again, opt, r); }).find("missing.csv"),
+  EXPECT_NE(thrown<InputError>([&] { stitch(dir, out, opt); }).find("missing.csv"),
             std::string::npos);
 }

@@ -1,7 +1,6 @@
-// zoltpano_soak: drives the engine through its C interface for a long time and checks that it
-// neither grows nor leaves threads behind, and that a sweep which fills the canvas ends cleanly.
-//
-//   zoltpano_soak [--size 1280x720] [--frames 10000] [--cycles 1000] [--no-fill] ...
+// zoltpano soak [--size 1280x720] [--frames 10000] [--cycles 1000] [--no-fill] [--gyroscope] ...:
+// drives the engine through its C interface for a long time and checks that it neither grows
+// nor leaves threads behind, and that a sweep which fills the canvas ends cleanly.
 //
 // Phases, each in the same process (run one size per process: VmHWM is per process):
 //   fill    a sweep longer than the canvas: once the canvas is full every later frame is refused
@@ -10,12 +9,12 @@
 //   frames  N frames through one engine, ping-ponging over a short rendered sweep, into a canvas
 //           that never fills;
 //   cycles  N Initial / a few frames / SaveImage / Release cycles.
-// Resident memory is sampled after a warm-up part of each phase and at its end; the thread count
-// (/proc/self/task) must be back where it was after every Release. Exit status 0 when every
-// check holds, 1 when one failed, 2 for a bad command line.
+// Resident memory is sampled after a warm-up tenth of each phase and at its end; the thread
+// count (/proc/self/task) must be back where it was after every Release. Exit status 0 when
+// every check holds, 1 when one failed, 2 for a bad command line. Under a sanitizer build the
+// exit status also carries LeakSanitizer's verdict.
 #include <dirent.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <android/log.h>
 #include <zolt_host_sensor.h>
@@ -27,18 +26,20 @@
 #include <cstdlib>
 #include <fstream>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include "sim/sweep_config.h"
 #include "sim/sweep_simulator.h"
+#include "tools/command.h"
 #include "zolt_pano.h"
 
+namespace zolt::tools {
 namespace {
 
 // Sanitizer builds keep freed memory in quarantine: resident memory says nothing about leaks
@@ -57,19 +58,17 @@ constexpr bool kSanitized = false;
 
 const char* kLoopStop = "stop - warn: LoopStop******************************";
 
-// The engine logs a few lines per frame; the soak counts the ones it checks and drops the rest
+// The engine logs a few lines per frame; the soak counts the LoopStop lines and drops the rest
 // unless --verbose.
 std::atomic<long> gLoopStopLines{0};
-std::atomic<long> gErrorLines{0};
 bool gVerbose = false;
 
 void countingLogger(const struct __android_logger_data* data, const char* msg) {
   if (msg != nullptr && std::string(msg) == kLoopStop) ++gLoopStopLines;
-  if (data->priority >= ANDROID_LOG_ERROR) ++gErrorLines;
   if (gVerbose) __android_log_stderr_logger(data, msg);
 }
 
-// /proc/self/status fields in kB.
+// A /proc/self/status field in kB.
 long statusKb(const char* field) {
   std::ifstream in("/proc/self/status");
   const std::string key = std::string(field) + ":";
@@ -97,10 +96,6 @@ double cpuSeconds() {
   return u.ru_utime.tv_sec + u.ru_stime.tv_sec + (u.ru_utime.tv_usec + u.ru_stime.tv_usec) * 1e-6;
 }
 
-double seconds(std::chrono::steady_clock::time_point since) {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
-}
-
 // A caller-owned NV21 buffer and its record, VU plane directly behind the Y plane.
 struct Nv21 {
   std::vector<uint8_t> buf;
@@ -112,18 +107,18 @@ struct Nv21 {
   Nv21(const Nv21&) = delete;
 };
 
-struct Options {
+struct SoakArgs {
   std::string size = "1280x720";
   int width = 1280, height = 720;
   std::string photo = "/usr/share/backgrounds/picosdeeuropa_by_Aitzol_Berasategi.jpg";
-  double photoScale = 0;      // 0: width / 1280, the same scene in every preview size
-  int sweepFrames = 32;       // rendered frames; everything else replays them
-  double speed = 0.04;        // along the sweep, fraction of the frame width per frame
+  double photoScale = 0;  // 0: width / 1280, the same scene in every preview size
+  int sweepFrames = 32;   // rendered frames; everything else replays them
+  double speed = 0.04;    // along the sweep, fraction of the frame width per frame
   bool fill = true;
   long frames = 10000;
   long cycles = 1000;
   int cycleFrames = 4;
-  int saveEvery = 1;          // SaveImage on every n-th cycle (0: never)
+  int saveEvery = 1;  // SaveImage on every n-th cycle (0: never)
   double maxGrowthMb = 8.0;
   bool gyroscope = false;
   std::string outDir = "/tmp";
@@ -139,6 +134,8 @@ struct Checker {
   }
 };
 
+// One engine for the life of the object; with --gyroscope, Initial starts the sensor thread and
+// Release joins it.
 class Engine {
  public:
   Engine(int w, int h) {
@@ -156,7 +153,7 @@ class Engine {
   bool ok() const { return code_ == SUCCESS; }
 
   // One frame as a camera app feeds it. The outputs start as sentinels: a refused frame
-  // leaves direction, offset and progress as they were.
+  // leaves direction, key-frame flag, valid rectangle and progress as they were.
   struct Step {
     int code = 0;
     int direction = -1;
@@ -181,17 +178,17 @@ class Engine {
   int code_ = -1;
 };
 
-std::vector<Nv21> renderSweep(const Options& o) {
-  zolt::sim::SweepConfig cfg = zolt::sim::SweepConfig::fromPreset("steady");
+std::vector<Nv21> renderSweep(const SoakArgs& o) {
+  sim::SweepConfig cfg = sim::SweepConfig::fromPreset("steady");
   cfg.width = o.width;
   cfg.height = o.height;
   cfg.frames = o.sweepFrames;
   cfg.speed = o.speed;
   cfg.photoPath = o.photo;
   cfg.photoScale = o.photoScale > 0 ? o.photoScale : o.width / 1280.0;
-  zolt::sim::SweepSimulator sim(cfg);
+  sim::SweepSimulator sim(cfg);
   std::vector<Nv21> frames;
-  for (zolt::sim::SimFrame f; sim.next(f);) {
+  for (sim::SimFrame f; sim.next(f);) {
     frames.emplace_back(o.width, o.height);
     std::copy(f.nv21.begin(), f.nv21.end(), frames.back().buf.begin());
   }
@@ -202,7 +199,7 @@ std::vector<Nv21> renderSweep(const Options& o) {
 // rectangle (the engine converts with full-range luma, which BGR -> grey gives back).
 double differenceToCanvas(const cv::Mat& jpeg, const Nv21& canvas, const tsRECT& valid) {
   const cv::Rect r(valid.left, valid.top, valid.right - valid.left, valid.bottom - valid.top);
-  if (jpeg.size() != r.size()) return 255.0;
+  if (jpeg.empty() || jpeg.size() != r.size()) return 255.0;
   cv::Mat y(canvas.rec.height, canvas.rec.width, CV_8UC1, canvas.rec.planeY), grey, d;
   cv::cvtColor(jpeg, grey, cv::COLOR_BGR2GRAY);
   cv::absdiff(grey, y(r), d);
@@ -210,7 +207,7 @@ double differenceToCanvas(const cv::Mat& jpeg, const Nv21& canvas, const tsRECT&
 }
 
 // A sweep that runs past the end of a canvas shorter than the sweep.
-void fillPhase(const Options& o, std::vector<Nv21>& frames, Checker& check) {
+void fillPhase(const SoakArgs& o, std::vector<Nv21>& frames, Checker& check) {
   const int w = o.width, h = o.height;
   // The canvas holds about 60 % of the sweep's travel beyond the first frame.
   const int travel = static_cast<int>(o.speed * w * static_cast<double>(frames.size()));
@@ -218,6 +215,7 @@ void fillPhase(const Options& o, std::vector<Nv21>& frames, Checker& check) {
   const long loopStopBefore = gLoopStopLines;
   int firstRefused = -1, refused = 0, acceptedAfter = 0;
   Engine::Step lastAccepted;
+  const std::string name = o.outDir + "/zoltpano_soak_fill";
   {
     Engine engine(w, h);
     check.expect(engine.ok(), "fill: Initial");
@@ -229,18 +227,18 @@ void fillPhase(const Options& o, std::vector<Nv21>& frames, Checker& check) {
         check.expect(s.isKey == 0 && s.progress == -1 && s.valid.left == -1,
                      "fill: a refused frame leaves the outputs alone");
       } else {
-        if (firstRefused >= 0) ++acceptedAfter;
+        acceptedAfter += firstRefused >= 0;
         lastAccepted = s;
       }
     }
-    engine.save(o.outDir + "/zoltpano_soak_fill");
+    engine.save(name);
   }
   const long loopStops = gLoopStopLines - loopStopBefore;
-  const cv::Mat jpeg = cv::imread(o.outDir + "/zoltpano_soak_fill.jpg");
-  std::remove((o.outDir + "/zoltpano_soak_fill.jpg").c_str());
+  const cv::Mat jpeg = cv::imread(name + ".jpg");
+  std::remove((name + ".jpg").c_str());
   const tsRECT& v = lastAccepted.valid;
   const int panoWidth = v.right - v.left;
-  const double diff = jpeg.empty() ? 255.0 : differenceToCanvas(jpeg, canvas, v);
+  const double diff = differenceToCanvas(jpeg, canvas, v);
   std::printf("fill: canvas %dx%d, full after frame %d of %zu, %d frames refused, %ld LoopStop "
               "lines, panorama %dx%d (valid %d..%d), JPEG %dx%d, mean difference to the canvas "
               "%.2f\n",
@@ -264,124 +262,95 @@ size_t pingPong(long i, size_t n) {
   return static_cast<size_t>(p < static_cast<long>(n) ? p : period - p);
 }
 
-struct RunFigures {
+// Rate and resident memory of a phase of `count` steps: RSS after the first tenth and at the end.
+struct Meter {
+  long count, warm;
+  std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+  double cpu0 = cpuSeconds();
   double perSecond = 0;
-  double cpuMsEach = 0;  // processor milliseconds per frame or cycle
+  double cpuMsEach = 0;  // processor milliseconds per step
   long rssWarmKb = 0, rssEndKb = 0;
+
+  explicit Meter(long n) : count(n), warm(std::max(1L, n / 10)) {}
+  void stepDone(long i) {
+    if (i + 1 == warm) rssWarmKb = statusKb("VmRSS");
+  }
+  void endRss() { rssEndKb = statusKb("VmRSS"); }
+  void stop() {
+    perSecond = count / std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    cpuMsEach = 1000.0 * (cpuSeconds() - cpu0) / count;
+  }
+  double growthMb() const { return mb(rssEndKb - rssWarmKb); }
+  void expectFlat(const SoakArgs& o, const char* phase, Checker& check) const {
+    if (!kSanitized)
+      check.expect(growthMb() <= o.maxGrowthMb, std::string(phase) + ": resident memory flat");
+  }
 };
 
-RunFigures framesPhase(const Options& o, std::vector<Nv21>& frames, Checker& check) {
-  const int w = o.width, h = o.height;
-  Nv21 canvas(4 * w, h);
+Meter framesPhase(const SoakArgs& o, std::vector<Nv21>& frames, Checker& check) {
+  Nv21 canvas(4 * o.width, o.height);
   std::map<int, long> codes;
   long refused = 0;
-  const long warm = std::max(1L, o.frames / 10);
-  RunFigures f;
-  const auto start = std::chrono::steady_clock::now();
-  const double cpu0 = cpuSeconds();
+  Meter m(o.frames);
   {
-    Engine engine(w, h);
+    Engine engine(o.width, o.height);
     check.expect(engine.ok(), "frames: Initial");
     for (long i = 0; i < o.frames; ++i) {
       const Engine::Step s = engine.feed(frames[pingPong(i, frames.size())].rec, canvas.rec);
       ++codes[s.code];
       refused += s.direction == -1;
-      if (i + 1 == warm) f.rssWarmKb = statusKb("VmRSS");
+      m.stepDone(i);
     }
-    f.rssEndKb = statusKb("VmRSS");
+    m.endRss();
   }
-  f.perSecond = o.frames / seconds(start);
-  f.cpuMsEach = 1000.0 * (cpuSeconds() - cpu0) / o.frames;
+  m.stop();
   std::printf("frames: %ld frames through one engine at %.1f frames/s (%.2f ms of processor time "
               "each), %ld refused; codes:",
-              o.frames, f.perSecond, f.cpuMsEach, refused);
+              o.frames, m.perSecond, m.cpuMsEach, refused);
   for (const auto& c : codes) std::printf(" 0x%X x%ld", c.first, c.second);
   std::printf("\nframes: RSS %.1f MB after %ld frames, %.1f MB at the end (%+.1f MB)\n",
-              mb(f.rssWarmKb), warm, mb(f.rssEndKb), mb(f.rssEndKb - f.rssWarmKb));
+              mb(m.rssWarmKb), m.warm, mb(m.rssEndKb), m.growthMb());
   check.expect(refused == 0, "frames: the engine keeps taking frames (canvas never full)");
-  if (!kSanitized)
-    check.expect(mb(f.rssEndKb - f.rssWarmKb) <= o.maxGrowthMb, "frames: resident memory flat");
-  return f;
+  m.expectFlat(o, "frames", check);
+  return m;
 }
 
-RunFigures cyclesPhase(const Options& o, std::vector<Nv21>& frames, int threadsIdle,
-                       Checker& check) {
-  const int w = o.width, h = o.height;
-  Nv21 canvas(2 * w, h);
-  const long warm = std::max(1L, o.cycles / 10);
+Meter cyclesPhase(const SoakArgs& o, std::vector<Nv21>& frames, int threadsIdle, Checker& check) {
+  Nv21 canvas(2 * o.width, o.height);
   const std::string name = o.outDir + "/zoltpano_soak_cycle";
   int threadsLeft = 0;
   long failedInit = 0;
-  RunFigures f;
-  const auto start = std::chrono::steady_clock::now();
-  const double cpu0 = cpuSeconds();
+  Meter m(o.cycles);
   for (long c = 0; c < o.cycles; ++c) {
     {
-      // With --gyroscope, Initial starts the sensor thread and Release joins it.
-      Engine engine(w, h);
+      Engine engine(o.width, o.height);
       failedInit += !engine.ok();
       for (int k = 0; k < o.cycleFrames; ++k)
         engine.feed(frames[static_cast<size_t>(k) % frames.size()].rec, canvas.rec);
       if (o.saveEvery > 0 && c % o.saveEvery == 0) engine.save(name);
     }
     threadsLeft = std::max(threadsLeft, threadCount() - threadsIdle);
-    if (c + 1 == warm) f.rssWarmKb = statusKb("VmRSS");
+    m.stepDone(c);
   }
-  f.rssEndKb = statusKb("VmRSS");
-  f.perSecond = o.cycles / seconds(start);
-  f.cpuMsEach = 1000.0 * (cpuSeconds() - cpu0) / o.cycles;
+  m.endRss();
+  m.stop();
   std::remove((name + ".jpg").c_str());
   std::printf("cycles: %ld Initial/%d frames/Release cycles at %.1f cycles/s (%.1f ms of processor "
-              "time each); RSS %.1f MB after "
-              "%ld cycles, %.1f MB at the end (%+.1f MB); at most %d threads left after a Release\n",
-              o.cycles, o.cycleFrames, f.perSecond, f.cpuMsEach, mb(f.rssWarmKb), warm, mb(f.rssEndKb),
-              mb(f.rssEndKb - f.rssWarmKb), threadsLeft);
+              "time each); RSS %.1f MB after %ld cycles, %.1f MB at the end (%+.1f MB); at most %d "
+              "threads left after a Release\n",
+              o.cycles, o.cycleFrames, m.perSecond, m.cpuMsEach, mb(m.rssWarmKb), m.warm,
+              mb(m.rssEndKb), m.growthMb(), threadsLeft);
   check.expect(failedInit == 0, "cycles: every Initial succeeds");
   check.expect(threadsLeft == 0, "cycles: no thread left after Release");
-  if (!kSanitized)
-    check.expect(mb(f.rssEndKb - f.rssWarmKb) <= o.maxGrowthMb, "cycles: resident memory flat");
-  return f;
+  m.expectFlat(o, "cycles", check);
+  return m;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  Options o;
-  CLI::App app{"Long runs of the panorama engine through its C interface"};
-  app.add_option("--size", o.size, "preview size WxH")->capture_default_str();
-  app.add_option("--photo", o.photo, "photo the sweep is rendered from")->capture_default_str();
-  app.add_option("--photo-scale", o.photoScale, "photo scale factor (0: preview width / 1280)")
-      ->capture_default_str()
-      ->check(CLI::Range(0.0, 8.0));
-  app.add_option("--sweep-frames", o.sweepFrames, "rendered frames, replayed by every phase")
-      ->capture_default_str()
-      ->check(CLI::Range(8, 1000));
-  app.add_option("--frames", o.frames, "frames through one engine (0: skip)")
-      ->capture_default_str()
-      ->check(CLI::NonNegativeNumber);
-  app.add_option("--cycles", o.cycles, "Initial/Release cycles (0: skip)")
-      ->capture_default_str()
-      ->check(CLI::NonNegativeNumber);
-  app.add_option("--cycle-frames", o.cycleFrames, "frames fed in each cycle")
-      ->capture_default_str()
-      ->check(CLI::Range(0, 1000));
-  app.add_option("--save-every", o.saveEvery, "SaveImage on every n-th cycle (0: never)")
-      ->capture_default_str()
-      ->check(CLI::NonNegativeNumber);
-  app.add_flag("!--no-fill", o.fill, "skip the sweep that fills the canvas");
-  app.add_option("--max-growth-mb", o.maxGrowthMb,
-                 "largest resident-memory growth after warm-up that passes (not judged under "
-                 "sanitizers)")
-      ->capture_default_str();
-  app.add_option("--out-dir", o.outDir, "where the JPEGs are written (and removed)")
-      ->capture_default_str();
-  app.add_flag("--gyroscope", o.gyroscope, "run with the host's gyroscope stand-in present");
-  app.add_flag("-v,--verbose", gVerbose, "print the engine's log");
-  CLI11_PARSE(app, argc, argv);
+int runSoak(SoakArgs& o) {
   if (std::sscanf(o.size.c_str(), "%dx%d", &o.width, &o.height) != 2 || o.width <= 640 ||
       o.height <= 640 || o.width % 2 != 0 || o.height % 2 != 0) {
-    std::fprintf(stderr, "zoltpano_soak: bad size '%s' (even WxH, both above 640)\n", o.size.c_str());
-    return 2;
+    printError("soak", "bad size '" + o.size + "' (even WxH, both above 640)");
+    return kExitUsage;
   }
   // With the host's gyroscope every Initial starts the sensor thread and every Release must
   // join it, which the thread count after each cycle checks.
@@ -393,8 +362,8 @@ int main(int argc, char** argv) {
   try {
     frames = renderSweep(o);
   } catch (const std::exception& e) {
-    std::fprintf(stderr, "zoltpano_soak: cannot render the sweep: %s\n", e.what());
-    return 1;
+    printError("soak", std::string("cannot render the sweep: ") + e.what());
+    return kExitFailure;
   }
   const long baselineKb = statusKb("VmRSS");
   std::printf("soak %dx%d%s: %zu rendered frames; RSS %.1f MB before the first engine, %d threads\n",
@@ -407,27 +376,59 @@ int main(int argc, char** argv) {
   {
     Nv21 canvas(2 * o.width, o.height);
     Engine engine(o.width, o.height);
-    for (int k = 0; k < 2; ++k) engine.feed(frames[static_cast<size_t>(k)].rec, canvas.rec);
+    for (size_t k = 0; k < 2; ++k) engine.feed(frames[k].rec, canvas.rec);
   }
   const int threadsIdle = threadCount();
   const auto start = std::chrono::steady_clock::now();
   if (o.fill) fillPhase(o, frames, check);
-  RunFigures run, cyc;
+  Meter run(0), cyc(0);
   if (o.frames > 0) run = framesPhase(o, frames, check);
   if (o.cycles > 0) cyc = cyclesPhase(o, frames, threadsIdle, check);
   const int threadsEnd = threadCount();
   check.expect(threadsEnd == threadsIdle, "threads back to the count before the first engine");
 
-  const long hwmKb = statusKb("VmHWM");
   std::printf("figures size=%dx%d frames_per_s=%.1f frame_cpu_ms=%.2f cycles_per_s=%.1f "
-              "cycle_cpu_ms=%.1f vmhwm_mb=%.1f "
-              "baseline_mb=%.1f frames_growth_mb=%+.1f cycles_growth_mb=%+.1f threads=%d/%d "
-              "time_s=%.1f\n",
+              "cycle_cpu_ms=%.1f vmhwm_mb=%.1f baseline_mb=%.1f frames_growth_mb=%+.1f "
+              "cycles_growth_mb=%+.1f threads=%d/%d time_s=%.1f\n",
               o.width, o.height, run.perSecond, run.cpuMsEach, cyc.perSecond, cyc.cpuMsEach,
-              mb(hwmKb), mb(baselineKb),
-              mb(run.rssEndKb - run.rssWarmKb), mb(cyc.rssEndKb - cyc.rssWarmKb), threadsIdle,
-              threadsEnd, seconds(start));
+              mb(statusKb("VmHWM")), mb(baselineKb), run.growthMb(), cyc.growthMb(), threadsIdle,
+              threadsEnd,
+              std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
   std::printf("%s: %d check%s failed\n", check.failures == 0 ? "soak passed" : "soak FAILED",
               check.failures, check.failures == 1 ? "" : "s");
-  return check.failures == 0 ? 0 : 1;
+  return check.failures == 0 ? kExitOk : kExitFailure;
 }
+
+Command setupSoak(CLI::App& program) {
+  auto o = std::make_shared<SoakArgs>();
+  CLI::App* app =
+      program.add_subcommand("soak", "Long runs of the engine through its C interface, checked");
+  app->option_defaults()->always_capture_default();
+  app->add_option("--size", o->size, "preview size WxH");
+  app->add_option("--photo", o->photo, "photo the sweep is rendered from");
+  app->add_option("--photo-scale", o->photoScale, "photo scale factor (0: preview width / 1280)")
+      ->check(CLI::Range(0.0, 8.0));
+  app->add_option("--sweep-frames", o->sweepFrames, "rendered frames, replayed by every phase")
+      ->check(CLI::Range(8, 1000));
+  app->add_option("--frames", o->frames, "frames through one engine (0: skip)")
+      ->check(CLI::NonNegativeNumber);
+  app->add_option("--cycles", o->cycles, "Initial/Release cycles (0: skip)")
+      ->check(CLI::NonNegativeNumber);
+  app->add_option("--cycle-frames", o->cycleFrames, "frames fed in each cycle")
+      ->check(CLI::Range(0, 1000));
+  app->add_option("--save-every", o->saveEvery, "SaveImage on every n-th cycle (0: never)")
+      ->check(CLI::NonNegativeNumber);
+  app->add_option("--max-growth-mb", o->maxGrowthMb,
+                  "largest resident-memory growth after warm-up that passes (not judged under "
+                  "sanitizers)");
+  app->add_option("--out-dir", o->outDir, "where the JPEGs are written (and removed)");
+  app->add_flag("!--no-fill", o->fill, "skip the sweep that fills the canvas");
+  app->add_flag("--gyroscope", o->gyroscope, "run with the host's gyroscope stand-in present");
+  app->add_flag("-v,--verbose", gVerbose, "print the engine's log");
+  return {app, [o] { return runSoak(*o); }};
+}
+
+const CommandRegistration kRegisterSoak(setupSoak);
+
+}  // namespace
+}  // namespace zolt::tools

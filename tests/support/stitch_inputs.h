@@ -1,0 +1,57 @@
+// Scratch folders, pictures, clips and error messages for the tests of zoltpano stitch's pieces.
+#pragma once
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/videoio.hpp>
+
+namespace zolt::test {
+
+inline const char* const kStitchPhoto =
+    "/usr/share/backgrounds/picosdeeuropa_by_Aitzol_Berasategi.jpg";
+
+// An empty folder of this process (ctest runs a program's cases as parallel processes).
+inline std::string freshDir(const std::string& name) {
+  namespace fs = std::filesystem;
+  const fs::path d = fs::path(testing::TempDir()) /
+                     ("zolt_stitch_" + name + "_" + std::to_string(::getpid()));
+  fs::remove_all(d);
+  fs::create_directories(d);
+  return d.string();
+}
+
+// Blurred noise: texture everywhere that survives JPEG.
+inline cv::Mat texture(int w, int h, int seed) {
+  cv::Mat m(h, w, CV_8UC3);
+  cv::RNG(seed).fill(m, cv::RNG::UNIFORM, 0, 255);
+  cv::GaussianBlur(m, m, cv::Size(5, 5), 1.5);
+  return m;
+}
+
+// An MJPG clip through OpenCV's FFmpeg writer; false when it cannot be written.
+template <class PictureOf>
+bool writeClip(const std::string& path, cv::Size size, double fps, int frames, PictureOf picture) {
+  cv::VideoWriter w(path, cv::CAP_FFMPEG, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), fps, size);
+  if (!w.isOpened()) return false;
+  for (int i = 0; i < frames; ++i) w.write(picture(i));
+  return true;
+}
+
+// The message of the E that `f` throws; "" when it returns.
+template <class E, class F>
+std::string thrown(F f) {
+  try {
+    f();
+  } catch (const E& e) {
+    return e.what();
+  }
+  return "";
+}
+
+}  // namespace zolt::test
