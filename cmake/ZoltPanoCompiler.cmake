@@ -37,3 +37,11 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|armv7.*|armhf)$" AND NOT ANDROID)
 elseif(ANDROID AND ANDROID_ABI STREQUAL "armeabi-v7a")
   target_compile_options(zoltpano_options INTERFACE -mfpu=neon)
 endif()
+
+# Shared libraries resolve every symbol when they are linked (--no-undefined), except in Clang's
+# sanitizer builds: Clang puts the sanitizer runtime into the executables only, and a sanitized
+# shared library leaves the runtime's symbols for the program that loads it.
+set(ZOLTPANO_NO_UNDEFINED "LINKER:--no-undefined")
+if(ZOLTPANO_SANITIZE AND CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  set(ZOLTPANO_NO_UNDEFINED "")
+endif()
