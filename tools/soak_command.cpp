@@ -15,6 +15,7 @@
 // exit status also carries LeakSanitizer's verdict.
 #include <dirent.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <android/log.h>
 #include <zolt_host_sensor.h>
@@ -85,6 +86,15 @@ int threadCount() {
       if (e->d_name[0] != '.') ++n;
     closedir(d);
   }
+  return n;
+}
+
+// Threads once every thread joined before the call has left /proc/self/task: pthread_join
+// returns when the kernel clears the thread's id, a moment before it stops listing the thread.
+// Waits up to two seconds for the count to come down to `want`.
+int threadCountSettled(int want) {
+  int n = threadCount();
+  for (int i = 0; i < 200 && n > want; ++i, n = threadCount()) usleep(10000);
   return n;
 }
 
@@ -329,7 +339,7 @@ Meter cyclesPhase(const SoakArgs& o, std::vector<Nv21>& frames, int threadsIdle,
         engine.feed(frames[static_cast<size_t>(k) % frames.size()].rec, canvas.rec);
       if (o.saveEvery > 0 && c % o.saveEvery == 0) engine.save(name);
     }
-    threadsLeft = std::max(threadsLeft, threadCount() - threadsIdle);
+    threadsLeft = std::max(threadsLeft, threadCountSettled(threadsIdle) - threadsIdle);
     m.stepDone(c);
   }
   m.endRss();
@@ -378,13 +388,16 @@ int runSoak(SoakArgs& o) {
     Engine engine(o.width, o.height);
     for (size_t k = 0; k < 2; ++k) engine.feed(frames[k].rec, canvas.rec);
   }
-  const int threadsIdle = threadCount();
+  // The first engine's sensor thread has been joined; the pool's workers stay. Settling
+  // towards the start count waits out the joined thread (and the two seconds, as the pool's
+  // workers keep the count above it).
+  const int threadsIdle = threadCountSettled(threadsStart);
   const auto start = std::chrono::steady_clock::now();
   if (o.fill) fillPhase(o, frames, check);
   Meter run(0), cyc(0);
   if (o.frames > 0) run = framesPhase(o, frames, check);
   if (o.cycles > 0) cyc = cyclesPhase(o, frames, threadsIdle, check);
-  const int threadsEnd = threadCount();
+  const int threadsEnd = threadCountSettled(threadsIdle);
   check.expect(threadsEnd == threadsIdle, "threads back to the count before the first engine");
 
   std::printf("figures size=%dx%d frames_per_s=%.1f frame_cpu_ms=%.2f cycles_per_s=%.1f "

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <dirent.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -36,14 +37,12 @@ inline int threadCountSettled(int want) {
   return n;
 }
 
-// Resident memory, kB.
-inline long residentKb() {
-  long pages = 0, resident = 0;
-  if (FILE* f = std::fopen("/proc/self/statm", "r")) {
-    if (std::fscanf(f, "%ld %ld", &pages, &resident) != 2) resident = 0;
-    std::fclose(f);
-  }
-  return resident * (sysconf(_SC_PAGESIZE) / 1024);
+// Bytes the process has allocated and not freed (heap and mmap'd blocks): what a leak grows.
+// Resident memory also moves with what the allocator and the kernel keep back, which depends
+// on the threads' timing and the machine's page policy.
+inline long long heapInUseBytes() {
+  const struct mallinfo2 m = mallinfo2();
+  return static_cast<long long>(m.uordblks + m.hblkhd);
 }
 
 // Makes the host sensor service fail at `what` ("looper", "manager", "sensor", "queue") while
