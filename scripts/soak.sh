@@ -6,6 +6,7 @@
 #   scripts/soak.sh [--frames N] [--cycles N] [--sizes "1280x720 1920x1080"] [--asan]
 #     --asan   use the ASan+UBSan build (build/asan): LeakSanitizer checks the full counts at
 #              exit; memory growth is reported, not judged, and the speed means nothing there
+# Growth is judged on the memory in use (allocated, not freed); resident memory is reported.
 # Builds the zoltpano command (target zoltpano_cli) in build/host (or build/asan), configuring
 # it when needed. ZOLTPANO_JOBS sets the build parallelism (default: the cores, at most 2).
 set -euo pipefail
@@ -21,7 +22,7 @@ while [ $# -gt 0 ]; do
     --cycles) cycles=$2; shift 2 ;;
     --sizes) sizes=$2; shift 2 ;;
     --asan) build=build/asan; shift ;;
-    -h|--help) sed -n '2,10p' "$0"; exit 0 ;;
+    -h|--help) sed -n '2,11p' "$0"; exit 0 ;;
     *) echo "soak.sh: unknown option '$1'" >&2; exit 2 ;;
   esac
 done
@@ -51,17 +52,18 @@ for size in $sizes; do
   fi
   # figures size=.. frames_per_s=.. frame_cpu_ms=.. cycles_per_s=.. cycle_cpu_ms=..
   # vmhwm_mb=.. baseline_mb=..
-  # frames_growth_mb=.. cycles_growth_mb=.. threads=idle/end time_s=..
+  # frames_growth_mb=.. cycles_growth_mb=.. frames_in_use_mb=.. cycles_in_use_mb=..
+  # threads=idle/end time_s=..
   line=$(grep '^figures ' "$log" || true)
   get() { echo "$line" | tr ' ' '\n' | sed -n "s/^$1=//p"; }
   if [ -n "$line" ]; then
-    rows+=("| $size | $(get frames_per_s) ($(get frame_cpu_ms) ms) | $(get cycles_per_s) ($(get cycle_cpu_ms) ms) | $(get vmhwm_mb) | $(get baseline_mb) | $(get frames_growth_mb) | $(get cycles_growth_mb) | $(get threads) |")
+    rows+=("| $size | $(get frames_per_s) ($(get frame_cpu_ms) ms) | $(get cycles_per_s) ($(get cycle_cpu_ms) ms) | $(get vmhwm_mb) | $(get baseline_mb) | $(get frames_growth_mb) / $(get frames_in_use_mb) | $(get cycles_growth_mb) / $(get cycles_in_use_mb) | $(get threads) |")
   fi
 done
 
 echo
 echo "== soak figures ($build, $frames frames, $cycles cycles, $(nproc) cores)"
-echo "| preview | frames/s (processor time a frame) | cycles/s (processor time a cycle) | peak RSS (VmHWM), MB | RSS before the first engine, MB | RSS growth over the frames, MB | RSS growth over the cycles, MB | threads (after the first engine / at the end) |"
+echo "| preview | frames/s (processor time a frame) | cycles/s (processor time a cycle) | peak RSS (VmHWM), MB | RSS before the first engine, MB | growth over the frames, MB: RSS / in use | growth over the cycles, MB: RSS / in use | threads (after the first engine / at the end) |"
 echo "|---|---|---|---|---|---|---|---|"
 printf '%s\n' "${rows[@]}"
 [ "$status" -eq 0 ] && echo "soak.sh: every check passed" || echo "soak.sh: a check FAILED"
