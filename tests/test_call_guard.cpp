@@ -48,8 +48,7 @@ constexpr int kErr = ERR_INVALID_DIMENSIONS;
 
 void* newEngine(int w = 1280, int h = 720) {
   tag_ZOLT_PANO_INIT_PARAM p{};
-  p.previewWidth = w;
-  p.previewHeight = h;
+  p.previewWidth = w, p.previewHeight = h;
   void* handle = nullptr;
   EXPECT_EQ(ZOLT_PANO_Initial(&p, &handle), SUCCESS);
   return handle;
@@ -164,21 +163,20 @@ TEST_F(CallGuard, HandlesThatAreNotLiveEnginesAreRefused) {
   EXPECT_EQ(pSensorHandle, nullptr);
 }
 
-// Null slots, and preview sizes that are no size at all (a side of 0 once made the tracker's
-// scale infinite and cast NaN to int): no engine made, the caller's slot left as it was.
+// Null slots, preview sizes that are no size at all (a side of 0 once made the tracker's scale
+// infinite and cast NaN to int) and sides of 640 or less: no engine made, the slot left alone.
 TEST_F(CallGuard, InitialRefusesNullSlotsAndEmptyPreviews) {
   tag_ZOLT_PANO_INIT_PARAM p{};
   void* handle = &p;
   const char* nullArgument = "ZOLT_PANO_Initial :: NULL argument : call ignored";
   refused(kErr, nullArgument, [&] { return ZOLT_PANO_Initial(nullptr, &handle); });
-  p.previewWidth = 1280;
-  p.previewHeight = 720;
+  p.previewWidth = 1280, p.previewHeight = 720;
   refused(kErr, nullArgument, [&] { return ZOLT_PANO_Initial(&p, nullptr); });
-  const int sizes[][2] = {{0, 0}, {0, 720}, {1280, 0}, {-2, 900}, {-1280, -720}, {INT_MIN, 720}};
+  const int sizes[][2] = {{0, 0},         {0, 720},       {1280, 0},  {-2, 900},
+                          {-1280, -720}, {INT_MIN, 720}, {640, 480}, {1280, 640}};
   for (const auto& size : sizes) {
     SCOPED_TRACE(testing::Message() << size[0] << "x" << size[1]);
-    p.previewWidth = size[0];
-    p.previewHeight = size[1];
+    p.previewWidth = size[0], p.previewHeight = size[1];
     refused(kErr, "ZOLT_PANO_Initial :: Invalid Dimensions : returning ERROR",
             [&] { return ZOLT_PANO_Initial(&p, &handle); });
   }
@@ -223,8 +221,7 @@ TEST_F(CallGuard, NullOutputsAndUnreadableFramesAreRefused) {
                           {0, 0, 0},     {1280, 720, 1}, {1280, 720, 2}};  // 1, 2: Y, VU null
   for (const auto& s : sizes) {
     Nv21Buffer bad(std::max(s[0], 2), std::max(s[1], 2), 90);
-    bad.rec.width = s[0];
-    bad.rec.height = s[1];
+    bad.rec.width = s[0], bad.rec.height = s[1];
     if (s[2] == 1) bad.rec.planeY = nullptr;
     if (s[2] == 2) bad.rec.planeVU = nullptr;
     refused(kErr,

@@ -41,19 +41,6 @@ struct Reported {
   long long timestampNs = 0;
 } gReported;
 
-void onRM(float* matrix, float*, float* angles) {
-  ++gReported.rmCalls;
-  std::copy(matrix, matrix + 16, gReported.matrix);
-  std::copy(angles, angles + 3, gReported.angles);
-}
-
-void onCorrected(int type, float* values, long long timestampNs) {
-  ++gReported.correctedCalls;
-  gReported.type = type;
-  std::copy(values, values + 3, gReported.rates);
-  gReported.timestampNs = timestampNs;
-}
-
 class GyroscopeLib : public testing::Test {
  protected:
   void SetUp() override {
@@ -70,7 +57,17 @@ class GyroscopeLib : public testing::Test {
       EXPECT_NEAR(gReported.matrix[i / 3 * 4 + i % 3], want[i], tol) << "element " << i;
   }
 
-  android::callbackFunc callbacks{onCorrected, onRM};
+  android::callbackFunc callbacks{
+      [](int type, float* values, long long tNs) {
+        Reported& r = gReported;
+        ++r.correctedCalls, r.type = type, r.timestampNs = tNs;
+        std::copy(values, values + 3, r.rates);
+      },
+      [](float* matrix, float*, float* angles) {
+        ++gReported.rmCalls;
+        std::copy(matrix, matrix + 16, gReported.matrix);
+        std::copy(angles, angles + 3, gReported.angles);
+      }};
   android::Gyroscope_Lib lib;
 };
 

@@ -101,10 +101,10 @@ TEST_F(HostSensor, AttitudeReachesTheEngine) {
   ASSERT_EQ(ZOLT_PANO_Initial(&p, &handle), SUCCESS);
   ASSERT_NE(pSensorHandle, nullptr);
   EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, "ZOLT_PANO_Initial :: SensorInterface : Init Success"));
-  tsPOINT offset{};
-  long key = 0;
-  int dir = 0, length = 0;
   auto select = [&] {
+    tsPOINT offset{};
+    long key = 0;
+    int dir = 0, length = 0;
     log.clear();
     ZOLT_PANO_SelectFrames(handle, nullptr, nullptr, &frame.rec, nullptr, &offset, &key, nullptr,
                            &dir, &length);
@@ -125,9 +125,8 @@ TEST_F(HostSensor, AttitudeReachesTheEngine) {
   zolt_host_sensor_sync();
   select();
   const auto* engine = static_cast<OrreryEngine*>(handle);
-  EXPECT_NEAR(engine->imuAngles[0], 0.1, 1e-5);  // pitch
-  EXPECT_NEAR(engine->imuAngles[1], 0.3, 1e-5);  // yaw
-  EXPECT_NEAR(engine->imuAngles[2], 0.0, 1e-5);  // roll
+  const double pitchYawRoll[3] = {0.1, 0.3, 0.0};
+  for (int i = 0; i < 3; ++i) EXPECT_NEAR(engine->imuAngles[i], pitchYawRoll[i], 1e-5) << i;
   // Phone -> world: about sensor x by -0.3, then about the turned sensor y by -0.1.
   const double a = -0.3, b = -0.1;
   const double want[9] = {std::cos(b), 0, std::sin(b),
@@ -186,8 +185,7 @@ TEST_F(HostSensor, ReleaseEndsWhateverTheEventsDo) {
 // before it starts its own, so no polling thread is left that nobody can stop.
 TEST_F(HostSensor, SecondInitialReplacesTheSensor) {
   const int before = threadsAtRest();
-  void* first = nullptr;
-  void* second = nullptr;
+  void* first = nullptr, *second = nullptr;
   ASSERT_EQ(ZOLT_PANO_Initial(&p, &first), SUCCESS);
   ASSERT_EQ(ZOLT_PANO_Initial(&p, &second), SUCCESS);
   ASSERT_NE(pSensorHandle, nullptr);

@@ -23,18 +23,8 @@ struct Engine : testing::Test {
 
 }  // namespace
 
-// Small previews are refused through ZOLT_PANO_Initial (test_zolt_pano_engine).
-TEST(OrreryEngineInit, BuildsThePartsAndReleases) {
-  OrreryEngine ok;
-  ok.zolt_init_pano(641, 641);
-  EXPECT_TRUE(ok.isInitialized());
-  ASSERT_NE(ok.frameImg, nullptr);
-  EXPECT_EQ(ok.frameImg->width, 641);
-  EXPECT_FALSE(ok.frameImg->created);
-  ok.release();
-  EXPECT_FALSE(ok.isInitialized());
-}
-
+// The gate reports the tracker's code on every path; it stops only on a full canvas (unless the
+// tracker already stopped) and logs each state's one line.
 TEST_F(Engine, ErrorGateStopsOnlyOnAFullCanvas) {
   zolt::test::LogCapture log;
   e.tracker->errCode = WARN_MOVE_SLOPE;
@@ -66,6 +56,7 @@ TEST_F(Engine, ErrorGateStopsOnlyOnAFullCanvas) {
   }
 }
 
+// A full canvas: neither call reads the frame nor writes an output, both return the last code.
 TEST_F(Engine, FullCanvasRefusesFramesAndKeepsTheLastCode) {
   e.merger->mergeState = 6;
   e.tracker->errCode = ERR_TRACE_TOO_QUICK;
@@ -75,8 +66,8 @@ TEST_F(Engine, FullCanvasRefusesFramesAndKeepsTheLastCode) {
   int dir = 9, len = 9;
   EXPECT_EQ(e.provideNV21Image_SelectFrame(&frame.rec, &off, &key, &dir, &len),
             ERR_TRACE_TOO_QUICK);
-  EXPECT_EQ(cv::Point(off.x, off.y), cv::Point(11, 22));
-  EXPECT_EQ(std::vector<long>({key, dir, len, e.frameCount}), std::vector<long>({5, 9, 9, 0}));
+  EXPECT_EQ(std::vector<long>({off.x, off.y, key, dir, len, e.frameCount}),
+            std::vector<long>({11, 22, 5, 9, 9, 0}));
   EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR,
                            "provideNV21Image_SelectFrame: error_condition_check returned false \n"));
   tsRECT rect{1, 2, 3, 4};
@@ -86,16 +77,15 @@ TEST_F(Engine, FullCanvasRefusesFramesAndKeepsTheLastCode) {
   EXPECT_EQ(corners(rect), (std::array<int, 4>{1, 2, 3, 4}));
 }
 
+// Offsets in preview pixels, truncated toward zero; a key frame only once a direction is decided.
 TEST_F(Engine, OffsetsAreTruncatedAndTheCrossAxisFollowsTheKeyFrameTrack) {
   ModuleTrack& t = *e.tracker;
   t.meanOffX = 10.9 * t.scale;  // tracker units
   t.meanOffY = -4.6 * t.scale;
-  t.globalCamPoseX = 250.0;
-  t.globalCamPoseY = 3.7;
+  t.globalCamPoseX = 250.0, t.globalCamPoseY = 3.7;
   tsPOINT off{};
   long key = 0;
-  t.bKeyFrame = true;
-  t.moveDir = MOVE_RIGHT;
+  t.bKeyFrame = true, t.moveDir = MOVE_RIGHT;
   e.GrabInfo_Tracking(&off, &key);
   EXPECT_EQ(cv::Point(off.x, off.y), cv::Point(-10, 4));  // x: the opposite sign of SelectFrame's
   EXPECT_EQ(key, 1);
@@ -104,14 +94,13 @@ TEST_F(Engine, OffsetsAreTruncatedAndTheCrossAxisFollowsTheKeyFrameTrack) {
   EXPECT_EQ(key, 0);  // no key frame before a direction is decided
 }
 
+// Progress in percent of the canvas side along the sweep, also for frames that merge nothing.
 TEST_F(Engine, ProgressIsSweepLengthOverTheCanvasExtentOnEveryCall) {
   ModuleTrack& t = *e.tracker;
-  t.progress = 1500;
-  t.bKeyFrame = false;
+  t.progress = 1500, t.bKeyFrame = false, t.moveDir = MOVE_RIGHT;
   zolt::test::Nv21Buffer pano(3000, 720);
   tsRECT rect{};
   int progress = 0;
-  t.moveDir = MOVE_RIGHT;
   e.provideNV21Image_AddImage(&pano.rec, &rect, &progress);
   EXPECT_EQ(progress, 50);
   t.moveDir = MOVE_NONE;  // undecided: against the canvas height
@@ -120,6 +109,7 @@ TEST_F(Engine, ProgressIsSweepLengthOverTheCanvasExtentOnEveryCall) {
   EXPECT_EQ(e.mergeFrames, 0);
 }
 
+// NV21 to BGR and back through the engine's buffers and row stride.
 TEST_F(Engine, ConversionsFollowTheImageRules) {
   cv::Mat bgr;
   e.convert_NV21Img(frame.buf.data(), bgr);

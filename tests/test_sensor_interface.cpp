@@ -26,17 +26,15 @@ class SensorInterfaceTest : public testing::Test {
   }
 };
 
-// Before the first orientation: -1, zero angles, the identity. The orientation callback finds
-// the object through pSensorHandle (without one it only logs); after it: 0, the angles reversed,
-// the upper-left 3x3 of the 4x4, and the angles logged in degrees.
+// Before the first orientation: -1 (the zero angles and identity it gives then are checked
+// through the engine's log in test_host_sensor). The orientation callback finds the object
+// through pSensorHandle (without one it only logs); after it: 0, the angles reversed, the
+// upper-left 3x3 of the 4x4, and the angles logged in degrees.
 TEST_F(SensorInterfaceTest, ReadsBackWhatTheCallbackWrote) {
   LogCapture log;
   SensorInterface s;
-  float angles[3] = {7, 7, 7}, rotation[9] = {7, 7, 7, 7, 7, 7, 7, 7, 7}, matrix[16];
+  float angles[3], rotation[9], matrix[16];
   EXPECT_EQ(s.get_Cur_GyroSensorVal(angles, rotation), -1);
-  for (float a : angles) EXPECT_EQ(a, 0.0f);
-  const float identity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-  for (int i = 0; i < 9; ++i) EXPECT_EQ(rotation[i], identity[i]) << i;
   EXPECT_TRUE(log.contains(ANDROID_LOG_INFO,
                            "SensorInterface : Sensor Data Not yet ready..hence setting values to 0 "));
 
@@ -119,7 +117,6 @@ TEST_F(SensorInterfaceTest, InitialRunsOnVisionWhenTheGyroscopeFails) {
       {"queue", true, "NativeSensorInterface :sensorEventQueue is NULL"},
   };
   Nv21Buffer frame(1280, 720);
-  for (size_t i = 0; i < frame.buf.size(); ++i) frame.buf[i] = static_cast<uint8_t>((i * 7919) >> 3);
   tag_ZOLT_PANO_INIT_PARAM p = previewParam();
   const int before = threadsAtRest();
   for (const Case& c : cases) {
