@@ -21,15 +21,11 @@ cv::Mat squares(int rows, int cols) {
 // The partial last block column and row are never searched; a sweep leaves out the margins
 // (20 % of the size, in whole blocks) across which it runs.
 TEST(Feat, SearchedBlocksFollowTheDirectionAndSkipOccupiedOnes) {
-  const struct {
-    int rows, cols;
-    MoveDirection dir;
-    size_t count;
-    cv::Point front, back;
-  } cases[] = {{240, 320, MOVE_NONE, 70, {0, 0}, {9, 6}},  {240, 320, MOVE_LEFT, 42, {2, 0}, {7, 6}},
-               {240, 320, MOVE_DOWN, 50, {0, 1}, {9, 5}},  {225, 400, MOVE_NONE, 84, {0, 0}, {11, 6}},
-               {225, 400, MOVE_RIGHT, 56, {2, 0}, {9, 6}}, {225, 400, MOVE_LEFT, 56, {2, 0}, {9, 6}},
-               {225, 400, MOVE_DOWN, 60, {0, 1}, {11, 5}}, {225, 400, MOVE_UP, 60, {0, 1}, {11, 5}}};
+  const struct { int rows, cols; MoveDirection dir; size_t count; cv::Point front, back; } cases[] = {
+      {240, 320, MOVE_NONE, 70, {0, 0}, {9, 6}},  {240, 320, MOVE_LEFT, 42, {2, 0}, {7, 6}},
+      {240, 320, MOVE_DOWN, 50, {0, 1}, {9, 5}},  {225, 400, MOVE_NONE, 84, {0, 0}, {11, 6}},
+      {225, 400, MOVE_RIGHT, 56, {2, 0}, {9, 6}}, {225, 400, MOVE_LEFT, 56, {2, 0}, {9, 6}},
+      {225, 400, MOVE_DOWN, 60, {0, 1}, {11, 5}}, {225, 400, MOVE_UP, 60, {0, 1}, {11, 5}}};
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.cols << " x " << c.rows << " dir " << c.dir);
     FeatFastShiTomasi f(c.rows, c.cols);

@@ -62,21 +62,15 @@ TEST(ModuleTrack, ConstructionDerivesSizesAndLimits) {
 constexpr int kStanding = -1;  // the code a check starts with; kept when the check sets none
 
 int check(ModuleTrack& t, double offX, double offY) {
-  t.meanOffX = offX;
-  t.meanOffY = offY;
-  t.errCode = kStanding;
-  t.bKeyFrame = false;
+  t.meanOffX = offX, t.meanOffY = offY, t.errCode = kStanding, t.bKeyFrame = false;
   return t.JustifyUI_Error_codes();
 }
 
 TEST(ModuleTrackChecks, DirectionIsFixedOnceBeyondTheThreshold) {
-  const struct {
-    double offX, offY;
-    int dir;
-    cv::Range cols, rows;
-  } cases[] = {{8.92, -8.92, MOVE_NONE, {0, 400}, {0, 225}},  {-8.93, 1.0, MOVE_LEFT, {80, 320}, {0, 225}},
-               {9.0, 0.0, MOVE_RIGHT, {80, 320}, {0, 225}},   {10.0, 10.0, MOVE_DOWN, {0, 400}, {45, 180}},
-               {0.0, -9.0, MOVE_UP, {0, 400}, {45, 180}}};  // a tie goes to the vertical axis
+  const struct { double offX, offY; int dir; cv::Range cols, rows; } cases[] = {
+      {8.92, -8.92, MOVE_NONE, {0, 400}, {0, 225}}, {-8.93, 1.0, MOVE_LEFT, {80, 320}, {0, 225}},
+      {9.0, 0.0, MOVE_RIGHT, {80, 320}, {0, 225}},  {10.0, 10.0, MOVE_DOWN, {0, 400}, {45, 180}},
+      {0.0, -9.0, MOVE_UP, {0, 400}, {45, 180}}};  // a tie goes to the vertical axis
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.offX << ", " << c.offY);
     ModuleTrack t(1280, 720);
@@ -173,8 +167,7 @@ TEST(ModuleTrackVision, MeanLeavesOutPointsLaggingBehindTheirBand) {
   const float dxs[] = {10, 10, 10, 10, 10, 20, 20, 20, 20, 16};
   const float xs[] = {90, 100, 110, 120, 130, 210, 220, 230, 240, 250};
   ModuleTrack h(1280, 720), v(1280, 720);
-  h.moveDir = MOVE_RIGHT;
-  v.moveDir = MOVE_UP;
+  h.moveDir = MOVE_RIGHT, v.moveDir = MOVE_UP;
   for (int i = 0; i < 10; ++i) {
     const float dy = static_cast<float>(i % 3) - 1.0f, y = i < 5 ? 95.0f + i : 140.0f + i;
     h.curPts.emplace_back(xs[i], 50.0f + i);
@@ -182,11 +175,7 @@ TEST(ModuleTrackVision, MeanLeavesOutPointsLaggingBehindTheirBand) {
     v.curPts.emplace_back(50.0f + i, y);
     v.prePts.emplace_back(50.0f + i + dy, y + dxs[i]);
   }
-  for (ModuleTrack* t : {&h, &v}) {
-    t->bDirectionSet = true;
-    t->prePtsCount = 10;
-    t->UpdateMeanXYByPts();
-  }
+  for (ModuleTrack* t : {&h, &v}) t->bDirectionSet = true, t->prePtsCount = 10, t->UpdateMeanXYByPts();
   EXPECT_NEAR(h.meanOffX, (146.0 - 16.0) / 9.0, 1e-9);
   EXPECT_NEAR(h.meanOffY, -0.1, 1e-12);  // dy: -1, 0, 1, -1, ...
   EXPECT_NEAR(h.stdOffX, std::sqrt((5 * 4.6 * 4.6 + 4 * 5.4 * 5.4 + 1.4 * 1.4) / 10.0), 1e-5);
@@ -257,13 +246,10 @@ class ModuleTrackSweep : public ::testing::Test {
 // plus the pose before the last key frame. Turning back and leaving the axis on the real
 // tracker are covered by the goes-back and wrong-axis presets below.
 TEST_F(ModuleTrackSweep, WholePixelSweepsAreTrackedExactly) {
-  const struct {
-    cv::Point2d start, step;
-    int dir;
-  } cases[] = {{{100, 200}, {13, 0}, MOVE_RIGHT},
-               {{300, 100}, {-11, 1}, MOVE_LEFT},
-               {{100, 50}, {0, 9}, MOVE_DOWN},
-               {{150, 280}, {-1, -10}, MOVE_UP}};
+  const struct { cv::Point2d start, step; int dir; } cases[] = {{{100, 200}, {13, 0}, MOVE_RIGHT},
+                                                                 {{300, 100}, {-11, 1}, MOVE_LEFT},
+                                                                 {{100, 50}, {0, 9}, MOVE_DOWN},
+                                                                 {{150, 280}, {-1, -10}, MOVE_UP}};
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "dir " << c.dir);
     ModuleTrack t(1280, 720);
@@ -282,8 +268,7 @@ TEST_F(ModuleTrackSweep, WholePixelSweepsAreTrackedExactly) {
       ++selected;
       poseBeforeLast = lastPose;
       lastPose = c.dir <= MOVE_LEFT ? f.poseX : f.poseY;
-      EXPECT_EQ(f.poseX, f.truthX) << "frame " << k;
-      EXPECT_EQ(f.poseY, f.truthY) << "frame " << k;
+      EXPECT_EQ(cv::Point2d(f.poseX, f.poseY), cv::Point2d(f.truthX, f.truthY)) << "frame " << k;
     }
     EXPECT_EQ(t.moveDir, c.dir);
     EXPECT_GE(selected, 12);
@@ -407,29 +392,24 @@ SimRun simulate(const std::string& preset, int frames, bool gyro) {
 TEST(ModuleTrackSimulated, PresetsRaiseTheirCodes) {
   enum Gyro { kVision, kGyroSame, kGyro };  // kGyroSame: as the vision-only row before it
   const int R = MOVE_RIGHT, kDir = ERR_TRACE_DIRECTION, kBack = ERR_TRACE_DIRECTION_BACK,
-            kNoFeat = ERR_TRACE_NO_FEATURE, kQuick = WARN_TRACE_LITTLE_QUICK, kTooQuick = ERR_TRACE_TOO_QUICK;
+            kNoFeat = ERR_TRACE_NO_FEATURE, kShake = WARN_SHAKE_TOO_BIG, kQuick = WARN_TRACE_LITTLE_QUICK,
+            kTooQuick = ERR_TRACE_TOO_QUICK;
   const struct {
     const char* preset;
     int frames;
     Gyro gyro;
     int dir;
     std::map<int, int> raised;  // code -> at least this many frames (0: none); empty: a clean sweep
-  } cases[] = {{"steady", 30, kVision, R, {}},
-               {"handheld", 30, kVision, R, {}},
-               {"handheld", 30, kGyroSame, R, {}},
-               {"shaky", 30, kVision, R, {{WARN_SHAKE_TOO_BIG, 3}}},
-               {"shaky", 30, kGyroSame, R, {{WARN_SHAKE_TOO_BIG, 3}}},
+  } cases[] = {{"steady", 30, kVision, R, {}}, {"handheld", 30, kVision, R, {}}, {"handheld", 30, kGyroSame, R, {}},
+               {"shaky", 30, kVision, R, {{kShake, 3}}}, {"shaky", 30, kGyroSame, R, {{kShake, 3}}},
                {"goes-back", 40, kVision, R, {{kDir, 1}, {kBack, 1}}},
                // Vision loses the track when the view leaves the reference (back past it, or off
                // the axis); the gyroscope keeps measuring against it, so the warning lasts.
                {"goes-back", 40, kGyro, R, {{kDir, 1}, {kBack, 10}, {kNoFeat, 0}}},
-               {"wrong-axis", 40, kVision, R, {{kDir, 1}}},
-               {"wrong-axis", 40, kGyro, R, {{kDir, 10}, {kNoFeat, 0}}},
-               {"drifting", 80, kVision, R, {{kDir, 1}}},
-               {"too-fast", 26, kVision, R, {{kQuick, 1}, {kTooQuick, 0}}},
+               {"wrong-axis", 40, kVision, R, {{kDir, 1}}}, {"wrong-axis", 40, kGyro, R, {{kDir, 10}, {kNoFeat, 0}}},
+               {"drifting", 80, kVision, R, {{kDir, 1}}}, {"too-fast", 26, kVision, R, {{kQuick, 1}, {kTooQuick, 0}}},
                {"too-fast", 26, kGyro, R, {{kQuick, 1}, {kTooQuick, 1}}},
-               {"textureless", 20, kVision, MOVE_NONE, {{kNoFeat, 16}}},
-               {"textureless", 20, kGyro, R, {{kNoFeat, 0}}}};
+               {"textureless", 20, kVision, MOVE_NONE, {{kNoFeat, 16}}}, {"textureless", 20, kGyro, R, {{kNoFeat, 0}}}};
   for (const std::string& name : zolt::sim::SweepConfig::presetNames())
     EXPECT_TRUE(std::any_of(std::begin(cases), std::end(cases), [&](const auto& c) { return name == c.preset; })) << name;
   SimRun vision;

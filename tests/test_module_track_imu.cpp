@@ -56,16 +56,12 @@ TEST(ModuleTrackImu, RotationPredictsTheOffsetWithItsSignAndSize) {
   ModuleTrack t(1920, 1080);
   const double a = 0.05;
   const cv::Matx33d tilted = rot(0.1, 0.3, 0.02), eye = cv::Matx33d::eye();
-  const struct {
-    cv::Matx33d pre, cur;  // camera axes
-    double offX, offY, tolerance;
-  } cases[] = {{eye, eye, 0.0, 0.0, 0.0},
-               {tilted, tilted, 0.0, 0.0, 1e-9},
-               {eye, rot(0, a, 0), t.fx * std::tan(a), 0.0, 1e-9},
-               {rot(0, 0.2, 0), rot(0, 0.2 - a, 0), -t.fx * std::tan(a), 0.0, 1e-9},
-               {eye, rot(-a, 0, 0), 0.0, t.fy * std::tan(a), 1e-9},  // pitch down
-               {eye, rot(0, 0, 0.2), 0.0, 0.0, 1e-9},
-               {eye, kT * rot(-a, 0, 0) * kT, t.fx * std::tan(a), 0.0, 1e-9}};  // phone x
+  const struct { cv::Matx33d pre, cur; double offX, offY, tolerance; } cases[] = {  // camera axes
+      {eye, eye, 0.0, 0.0, 0.0}, {tilted, tilted, 0.0, 0.0, 1e-9}, {eye, rot(0, 0, 0.2), 0.0, 0.0, 1e-9},
+      {eye, rot(0, a, 0), t.fx * std::tan(a), 0.0, 1e-9},
+      {rot(0, 0.2, 0), rot(0, 0.2 - a, 0), -t.fx * std::tan(a), 0.0, 1e-9},
+      {eye, rot(-a, 0, 0), 0.0, t.fy * std::tan(a), 1e-9},                 // pitch down
+      {eye, kT * rot(-a, 0, 0) * kT, t.fx * std::tan(a), 0.0, 1e-9}};  // phone x
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.offX << ", " << c.offY);
     double pre[9], cur[9], x = 99, y = 99;
@@ -109,14 +105,11 @@ cv::Mat moved(const cv::Mat& img, int sx, int sy, int d, uint32_t seed) {
 // full-resolution ones) and leaves the other flat, so that its search keeps the result.
 TEST(ModuleTrackImu, StripSearchesReachAsFarAsTheTextureAllows) {
   GyroPresent gyro;
-  const struct {
-    int dLow, shift, trackCnt, dHigh, sx, sy;
-    bool found;
-  } cases[] = {{21, 16, 2, 0, 0, 0, true}, {20, 16, 2, 0, 0, 0, false}, {20, 8, 2, 0, 0, 0, true},
-               {12, 8, 2, 0, 0, 0, false}, {12, 4, 2, 0, 0, 0, true},   {11, 4, 2, 0, 0, 0, true},
-               {10, 4, 2, 0, 0, 0, false}, {21, 30, 1, 0, 0, 0, true},  {21, 30, 2, 0, 0, 0, false},
-               {0, 0, 2, 40, 13, -5, true}, {0, 0, 2, 3, 13, -5, true},  {0, 0, 2, 2, 13, -5, false},
-               {0, 0, 2, 2, 7, -3, true},   {0, 0, 2, 1, 3, 0, false}};
+  const struct { int dLow, shift, trackCnt, dHigh, sx, sy; bool found; } cases[] = {
+      {21, 16, 2, 0, 0, 0, true},  {20, 16, 2, 0, 0, 0, false}, {20, 8, 2, 0, 0, 0, true},  {12, 8, 2, 0, 0, 0, false},
+      {12, 4, 2, 0, 0, 0, true},   {11, 4, 2, 0, 0, 0, true},   {10, 4, 2, 0, 0, 0, false}, {21, 30, 1, 0, 0, 0, true},
+      {21, 30, 2, 0, 0, 0, false}, {0, 0, 2, 40, 13, -5, true}, {0, 0, 2, 3, 13, -5, true}, {0, 0, 2, 2, 13, -5, false},
+      {0, 0, 2, 2, 7, -3, true},   {0, 0, 2, 1, 3, 0, false}};
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "low " << c.dLow << ", " << c.shift << " trackCnt " << c.trackCnt
                                     << " high " << c.dHigh << ", " << c.sx << ", " << c.sy);
@@ -143,25 +136,19 @@ TEST(ModuleTrackImu, StripSearchesReachAsFarAsTheTextureAllows) {
   }
 }
 
-// Frames without texture: without a gyroscope the track ends; with one the sweep goes on, with its direction, key frames
-// and position from the rotation; a jump beyond the too-quick limit is reported as such.
+// Frames without texture: without a gyroscope nothing is measured (that the track then ends is
+// ModuleTrackSweep's flat-frame test); with one the sweep goes on, with its direction, key
+// frames and position from the rotation; a jump beyond the too-quick limit is reported as such.
 TEST(ModuleTrackImu, DriverFallsBackToTheGyroscopeWhenVisionFails) {
   FlatFrame sweep;
   double e[3] = {0, 0, 0}, r[9];
   LogCapture log;
-  {  // No gyroscope: nothing is measured, and the flat frame ends the track.
-    ModuleTrack t(1280, 720);
-    double x = 3.5, y = -2.0;
-    EXPECT_EQ(t.ComputeOffXY_IMU(x, y, sweep.flat(90)), 0);
-    EXPECT_TRUE(x == 3.5 && y == -2.0) << x << ", " << y;
-    EXPECT_TRUE(
-        log.contains(ANDROID_LOG_ERROR, "=============== Sensor handle not initialized in ComputeOffXY_IMU "));
-    asGyro(cv::Matx33d::eye(), r);
-    EXPECT_FALSE(t.tracking(sweep.flat(90), e, r) && t.tracking(sweep.flat(91), e, r));
-    EXPECT_EQ(t.errCode, ERR_TRACE_NO_FEATURE);
-  }
+  ModuleTrack bare(1280, 720), t(1280, 720);
+  double x = 3.5, y = -2.0;
+  EXPECT_EQ(bare.ComputeOffXY_IMU(x, y, sweep.flat(90)), 0);
+  EXPECT_TRUE(x == 3.5 && y == -2.0) << x << ", " << y;
+  EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "=============== Sensor handle not initialized in ComputeOffXY_IMU "));
   GyroPresent gyro;
-  ModuleTrack t(1280, 720);
   const double step = 0.012;  // rad a frame: about 4 low-resolution pixels
   int keyFrames = 0;
   double yaw = 0.0;
@@ -208,14 +195,12 @@ TEST(ModuleTrackImu, FusedGyroscopePredictsTheSimulatedImageMotion) {
     const auto& truth = sim.truth();
     const auto& events = sim.gyroEvents();
     std::vector<std::array<double, 9>> rot(truth.size());
-    size_t next = 0;
-    for (size_t k = 0; k < truth.size(); ++k) {
+    std::vector<double> errors;
+    for (size_t k = 0, next = 0; k < truth.size(); ++k) {
       std::vector<zolt::sim::GyroEvent> upTo;
       while (next < events.size() && events[next].tNs <= truth[k].tNs) upTo.push_back(events[next++]);
       fusion.advance(upTo, rot[k].data());
-    }
-    std::vector<double> errors;
-    for (size_t k = 3; k < truth.size(); ++k) {
+      if (k < 3) continue;
       double x = 0, y = 0;
       t.predictOffXY_IMU(ModuleTrack::gyroToCameraAxes(rot[k - 3].data()),
                          ModuleTrack::gyroToCameraAxes(rot[k].data()), x, y);
