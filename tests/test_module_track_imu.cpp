@@ -8,6 +8,8 @@
 #include <random>
 #include <vector>
 
+#include <opencv2/calib3d.hpp>
+
 #include "sim/sweep_simulator.h"
 #include "support/gyro_attitude.h"
 #include "support/log_capture.h"
@@ -32,25 +34,17 @@ struct FlatFrame {
   }
 };
 
-cv::Matx33d rotY(double a) { return {std::cos(a), 0, std::sin(a), 0, 1, 0, -std::sin(a), 0, std::cos(a)}; }
-cv::Matx33d rotX(double a) { return {1, 0, 0, 0, std::cos(a), -std::sin(a), 0, std::sin(a), std::cos(a)}; }
-cv::Matx33d rotZ(double a) { return {std::cos(a), -std::sin(a), 0, std::sin(a), std::cos(a), 0, 0, 0, 1}; }
+// The rotation by the vector (x, y, z): by its length, about its direction (right-handed).
+cv::Matx33d rot(double x, double y, double z) {
+  cv::Matx33d r;
+  cv::Rodrigues(cv::Vec3d(x, y, z), r);
+  return r;
+}
 
 // A camera-axis attitude as the gyroscope reports it, in the phone's sensor axes.
 void asGyro(const cv::Matx33d& camera, double* out) {
   const cv::Matx33d g = kT * camera * kT;
   std::copy(g.val, g.val + 9, out);
-}
-
-TEST(ModuleTrackImu, WithoutAGyroscopeNothingIsMeasured) {
-  LogCapture log;
-  ModuleTrack t(1280, 720);
-  FlatFrame sweep;
-  double x = 3.5, y = -2.0;
-  EXPECT_EQ(t.ComputeOffXY_IMU(x, y, sweep.flat(90)), 0);
-  EXPECT_EQ(x, 3.5);
-  EXPECT_EQ(y, -2.0);
-  EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "=============== Sensor handle not initialized in ComputeOffXY_IMU "));
 }
 
 // The rotation between two attitudes predicts where the current view's centre lies in the
@@ -61,18 +55,15 @@ TEST(ModuleTrackImu, WithoutAGyroscopeNothingIsMeasured) {
 TEST(ModuleTrackImu, RotationPredictsTheOffsetWithItsSignAndSize) {
   ModuleTrack t(1920, 1080);
   const double a = 0.05;
-  const cv::Matx33d tilted = rotY(0.3) * rotX(0.1) * rotZ(0.02);
-  const struct {
-    cv::Matx33d pre, cur;  // camera axes
-    double offX, offY, tolerance;
-  } cases[] = {{cv::Matx33d::eye(), cv::Matx33d::eye(), 0.0, 0.0, 0.0},
-               {tilted, tilted, 0.0, 0.0, 1e-9},
-               {cv::Matx33d::eye(), rotY(a), t.fx * std::tan(a), 0.0, 1e-9},
-               {rotY(0.2), rotY(0.2 - a), -t.fx * std::tan(a), 0.0, 1e-9},
-               {cv::Matx33d::eye(), rotX(-a), 0.0, t.fy * std::tan(a), 1e-9},  // pitch down
-               {cv::Matx33d::eye(), rotZ(0.2), 0.0, 0.0, 1e-9},
-               {cv::Matx33d::eye(), kT * rotX(-a) * kT, t.fx * std::tan(a), 0.0, 1e-9}};  // phone x
+  const cv::Matx33d tilted = rot(0.1, 0.3, 0.02), eye = cv::Matx33d::eye();
+  const struct { cv::Matx33d pre, cur; double offX, offY, tolerance; } cases[] = {  // camera axes
+      {eye, eye, 0.0, 0.0, 0.0}, {tilted, tilted, 0.0, 0.0, 1e-9}, {eye, rot(0, 0, 0.2), 0.0, 0.0, 1e-9},
+      {eye, rot(0, a, 0), t.fx * std::tan(a), 0.0, 1e-9},
+      {rot(0, 0.2, 0), rot(0, 0.2 - a, 0), -t.fx * std::tan(a), 0.0, 1e-9},
+      {eye, rot(-a, 0, 0), 0.0, t.fy * std::tan(a), 1e-9},                 // pitch down
+      {eye, kT * rot(-a, 0, 0) * kT, t.fx * std::tan(a), 0.0, 1e-9}};  // phone x
   for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.offX << ", " << c.offY);
     double pre[9], cur[9], x = 99, y = 99;
     asGyro(c.pre, pre);
     asGyro(c.cur, cur);
@@ -105,96 +96,65 @@ cv::Mat moved(const cv::Mat& img, int sx, int sy, int d, uint32_t seed) {
   return out;
 }
 
+// The gyroscope's prediction (here none: the attitudes agree) is refined by two strip searches.
 // At low resolution the texture of the centre strip sets how far the search reaches: 16 pixels
 // along the sweep above a measure of 20, 8 up to 20, 4 up to 12, none at 10 or below; the first
-// tracked frame reaches further. The full-resolution frame is flat here, so it keeps the result.
-TEST(ModuleTrackImu, LowResolutionSearchReachesAsFarAsTheTextureAllows) {
+// tracked frame reaches further. At full resolution the search starts from the low-resolution
+// offset and gives whole full-resolution pixels; a measure of 2 or less halves its reach, 1 or
+// less skips it. Each case textures one resolution (shift in low-resolution pixels, sx, sy in
+// full-resolution ones) and leaves the other flat, so that its search keeps the result.
+TEST(ModuleTrackImu, StripSearchesReachAsFarAsTheTextureAllows) {
   GyroPresent gyro;
-  const struct {
-    int d, shift, trackCnt;
-    bool found;
-  } cases[] = {{21, 16, 2, true}, {20, 16, 2, false}, {20, 8, 2, true}, {12, 8, 2, false},
-               {12, 4, 2, true},  {11, 4, 2, true},   {10, 4, 2, false}, {21, 30, 1, true},
-               {21, 30, 2, false}};
-  FlatFrame frame;
+  const struct { int dLow, shift, trackCnt, dHigh, sx, sy; bool found; } cases[] = {
+      {21, 16, 2, 0, 0, 0, true},  {20, 16, 2, 0, 0, 0, false}, {20, 8, 2, 0, 0, 0, true},  {12, 8, 2, 0, 0, 0, false},
+      {12, 4, 2, 0, 0, 0, true},   {11, 4, 2, 0, 0, 0, true},   {10, 4, 2, 0, 0, 0, false}, {21, 30, 1, 0, 0, 0, true},
+      {21, 30, 2, 0, 0, 0, false}, {0, 0, 2, 40, 13, -5, true}, {0, 0, 2, 3, 13, -5, true}, {0, 0, 2, 2, 13, -5, false},
+      {0, 0, 2, 2, 7, -3, true},   {0, 0, 2, 1, 3, 0, false}};
   for (const auto& c : cases) {
-    SCOPED_TRACE(testing::Message() << "d " << c.d << " shift " << c.shift << " trackCnt " << c.trackCnt);
+    SCOPED_TRACE(testing::Message() << "low " << c.dLow << ", " << c.shift << " trackCnt " << c.trackCnt
+                                    << " high " << c.dHigh << ", " << c.sx << ", " << c.sy);
     ModuleTrack t(1280, 720);
-    t.moveDir = MOVE_RIGHT;
-    t.trackCnt = c.trackCnt;
+    t.moveDir = MOVE_RIGHT, t.trackCnt = c.trackCnt;
     asGyro(cv::Matx33d::eye(), t.preRMatGyro);
     asGyro(cv::Matx33d::eye(), t.curRMatGyro);
-    const cv::Rect strip(196, 12, 8, 200);
-    t.curImg = twoLevels(t.curImg.size(), c.d, strip, 7);
-    t.preImg = moved(t.curImg, c.shift, 0, c.d, 8);
+    t.curImg = twoLevels(t.curImg.size(), c.dLow, {196, 12, 8, 200}, 7);
+    t.preImg = moved(t.curImg, c.shift, 0, c.dLow, 8);
+    const cv::Mat luma = twoLevels({1280, 720}, c.dHigh, {636, 136, 8, 448}, 11);
+    moved(luma, c.sx, c.sy, c.dHigh, 12).copyTo(t.preImgHighRes);
+    FlatFrame frame;
+    std::copy(luma.data, luma.data + luma.total(), frame.img.yPlane);
     LogCapture log;
     double x = 0, y = 0;
-    EXPECT_EQ(t.ComputeOffXY_IMU(x, y, frame.flat(100)), 1);
-    EXPECT_EQ(x == c.shift && y == 0, c.found) << x << ", " << y;
-    const bool searched = c.d > 10;
-    EXPECT_EQ(log.contains(ANDROID_LOG_INFO, "Mean Variance [" + std::to_string(c.d) + ".000000] is below threshold. SAD is not applied"),
-              !searched);
-    if (!searched) {
-      EXPECT_EQ(x, 0.0);
-    }
-  }
-}
-
-// At full resolution the strip search starts from the low-resolution offset and gives whole
-// full-resolution pixels; a measure of 2 or less halves its reach, 1 or less skips it.
-TEST(ModuleTrackImu, FullResolutionSearchRefinesToWholePixels) {
-  GyroPresent gyro;
-  const struct {
-    int d, sx, sy;
-    bool found;
-  } cases[] = {{40, 13, -5, true}, {3, 13, -5, true}, {2, 13, -5, false}, {2, 7, -3, true}, {1, 3, 0, false}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::Message() << "d " << c.d << " shift " << c.sx << ", " << c.sy);
-    ModuleTrack t(1280, 720);
-    t.moveDir = MOVE_RIGHT;
-    t.trackCnt = 2;
-    asGyro(cv::Matx33d::eye(), t.preRMatGyro);
-    asGyro(cv::Matx33d::eye(), t.curRMatGyro);
-    t.curImg.setTo(100);  // flat: the low-resolution search is skipped, the prediction (0, 0) stands
-    t.preImg.setTo(100);
-    const cv::Mat luma = twoLevels({1280, 720}, c.d, {636, 136, 8, 448}, 11);
-    moved(luma, c.sx, c.sy, c.d, 12).copyTo(t.preImgHighRes);
-    NV21Img img;
-    img.nvCreate(720, 1280);
-    std::copy(luma.data, luma.data + luma.total(), img.yPlane);
-    LogCapture log;
-    double x = 0, y = 0;
-    t.ComputeOffXY_IMU(x, y, img);
-    EXPECT_EQ(x == c.sx * t.scale && y == c.sy * t.scale, c.found) << x / t.scale << ", " << y / t.scale;
-    if (c.d <= 1) {
-      EXPECT_EQ(x, 0.0);
-    }
+    EXPECT_EQ(t.ComputeOffXY_IMU(x, y, frame.img), 1);
+    EXPECT_EQ(x == c.shift + c.sx * t.scale && y == c.sy * t.scale, c.found) << x << ", " << y;
+    EXPECT_TRUE(c.dLow > 10 || c.dHigh > 1 || x == 0.0) << x;  // neither searched: nothing moves
+    EXPECT_EQ(log.contains(ANDROID_LOG_INFO, "Mean Variance [" + std::to_string(c.dLow) +
+                                                 ".000000] is below threshold. SAD is not applied"),
+              c.dLow <= 10);
     EXPECT_EQ(log.contains(ANDROID_LOG_INFO, "Highres calculating mincost shift : Frame[0] and TrackCnt[2] strt[0 x 0]"),
-              c.d > 1);
-    img.freeData();
+              c.dHigh > 1);
   }
 }
 
-// Frames without texture: with a gyroscope the sweep goes on, with its direction, key frames
-// and position from the rotation; a jump beyond the too-quick limit is reported as such.
+// Frames without texture: without a gyroscope nothing is measured (that the track then ends is
+// ModuleTrackSweep's flat-frame test); with one the sweep goes on, with its direction, key
+// frames and position from the rotation; a jump beyond the too-quick limit is reported as such.
 TEST(ModuleTrackImu, DriverFallsBackToTheGyroscopeWhenVisionFails) {
   FlatFrame sweep;
   double e[3] = {0, 0, 0}, r[9];
   LogCapture log;
-  {
-    ModuleTrack t(1280, 720);
-    asGyro(cv::Matx33d::eye(), r);
-    EXPECT_FALSE(t.tracking(sweep.flat(90), e, r) && t.tracking(sweep.flat(91), e, r));
-    EXPECT_EQ(t.errCode, ERR_TRACE_NO_FEATURE);  // no gyroscope: the flat frame ends the track
-  }
+  ModuleTrack bare(1280, 720), t(1280, 720);
+  double x = 3.5, y = -2.0;
+  EXPECT_EQ(bare.ComputeOffXY_IMU(x, y, sweep.flat(90)), 0);
+  EXPECT_TRUE(x == 3.5 && y == -2.0) << x << ", " << y;
+  EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "=============== Sensor handle not initialized in ComputeOffXY_IMU "));
   GyroPresent gyro;
-  ModuleTrack t(1280, 720);
   const double step = 0.012;  // rad a frame: about 4 low-resolution pixels
   int keyFrames = 0;
   double yaw = 0.0;
   for (int k = 0; k < 24; ++k) {
     yaw = k * step;
-    asGyro(rotY(yaw), r);
+    asGyro(rot(0, yaw, 0), r);
     EXPECT_TRUE(t.tracking(sweep.flat(static_cast<uint8_t>(90 + k % 3)), e, r)) << k;
     EXPECT_NE(t.errCode, ERR_TRACE_NO_FEATURE) << k;
     keyFrames += t.moveDir != MOVE_NONE && t.bKeyFrame;
@@ -208,10 +168,10 @@ TEST(ModuleTrackImu, DriverFallsBackToTheGyroscopeWhenVisionFails) {
   EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, "Mean Variance [0.000000] is below threshold. SAD is not applied"));
 
   // A quick turn, then one beyond the too-quick limit (180 low-resolution pixels).
-  asGyro(rotY(yaw + 0.07), r);
+  asGyro(rot(0, yaw + 0.07, 0), r);
   t.tracking(sweep.flat(90), e, r);
   EXPECT_EQ(t.errCode, WARN_TRACE_LITTLE_QUICK);
-  asGyro(rotY(yaw + 0.07 + 0.6), r);
+  asGyro(rot(0, yaw + 0.67, 0), r);
   EXPECT_FALSE(t.tracking(sweep.flat(91), e, r));
   EXPECT_EQ(t.errCode, ERR_TRACE_TOO_QUICK);
 }
@@ -235,14 +195,12 @@ TEST(ModuleTrackImu, FusedGyroscopePredictsTheSimulatedImageMotion) {
     const auto& truth = sim.truth();
     const auto& events = sim.gyroEvents();
     std::vector<std::array<double, 9>> rot(truth.size());
-    size_t next = 0;
-    for (size_t k = 0; k < truth.size(); ++k) {
+    std::vector<double> errors;
+    for (size_t k = 0, next = 0; k < truth.size(); ++k) {
       std::vector<zolt::sim::GyroEvent> upTo;
       while (next < events.size() && events[next].tNs <= truth[k].tNs) upTo.push_back(events[next++]);
       fusion.advance(upTo, rot[k].data());
-    }
-    std::vector<double> errors;
-    for (size_t k = 3; k < truth.size(); ++k) {
+      if (k < 3) continue;
       double x = 0, y = 0;
       t.predictOffXY_IMU(ModuleTrack::gyroToCameraAxes(rot[k - 3].data()),
                          ModuleTrack::gyroToCameraAxes(rot[k].data()), x, y);

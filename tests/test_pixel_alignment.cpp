@@ -52,52 +52,44 @@ Res search(PixelAlignment& pa, const cv::Mat& a, const cv::Mat& b, const In& in,
   return ref;
 }
 
-TEST(PixelAlignment, FindsAKnownShiftBothWays) {
+// Known shifts and ties, strips clipped along their length and rejected across it, and only
+// whole groups of rows compared: each case against its expected shift and cost (and every
+// vector strategy against the reference, in search()).
+TEST(PixelAlignment, FindsShiftsClipsAndComparesWholeGroups) {
   std::mt19937 rng(1);
-  const cv::Mat a = randomImage(300, 500, rng), b = shifted(a, 5, -3, rng);
-  PixelAlignment pa(500);
-  EXPECT_TRUE(same(search(pa, a, b, vInput(250, 150, 2, 0)), Res{5, -3, 0}));
-  EXPECT_TRUE(same(search(pa, a, b, hInput(250, 150, 0, 0), false), Res{5, -3, 0}));
-  // Identical images: no shift, and uniform images: every shift ties, the first one wins.
-  EXPECT_TRUE(same(search(pa, a, a, vInput(250, 150, 0, 0)), Res{0, 0, 0}));
-  const cv::Mat flat(300, 500, CV_8UC1, cv::Scalar(77));
-  EXPECT_TRUE(same(search(pa, flat, flat, vInput(250, 150, 0, 0)), Res{16, 8, 0}));
-  EXPECT_TRUE(same(search(pa, flat, flat, hInput(250, 150, 0, 0), false), Res{8, 16, 0}));
-}
-
-TEST(PixelAlignment, StripsClipAlongTheirLengthAndRejectAcross) {
-  std::mt19937 rng(2);
-  const cv::Mat a = randomImage(240, 300, rng), b = shifted(a, 0, 0, rng);
-  PixelAlignment pa(300);
-  // Window top at y0 - 8 = (cy - 100) - 8 = -5: the top 5 rows go, 195 -> 192 compared.
-  EXPECT_TRUE(same(search(pa, a, b, vInput(150, 103, 0, 0)), Res{0, 0, 0}));
-  // The same overhang sideways rejects: window left at x0 - 16 = -5.
-  EXPECT_TRUE(same(search(pa, a, b, vInput(15, 120, 3, 1)), Res{3, 1, kNo}));
-  // Horizontal strip: clipped sideways, rejected when the window leaves the image vertically.
-  const cv::Mat wide = randomImage(100, 500, rng), wide2 = shifted(wide, 0, 0, rng);
-  EXPECT_TRUE(same(search(pa, wide, wide2, hInput(203, 50, 0, 0), false), Res{0, 0, 0}));
-  EXPECT_TRUE(same(search(pa, wide, wide2, hInput(250, 15, 4, 2), false), Res{4, 2, kNo}));
-}
-
-TEST(PixelAlignment, ComparesWholeGroupsOnly) {
-  std::mt19937 rng(3);
-  cv::Mat a = randomImage(400, 64, rng);
-  cv::Mat b = a.clone();
-  PixelAlignment pa(64);
-  // Strip rows 100 .. 299 of column 28 .. 35; only the first 192 rows are compared, so damage in
+  const cv::Mat a = randomImage(300, 500, rng), flat(300, 500, CV_8UC1, cv::Scalar(77));
+  // Strip rows 100 .. 299 of column 28 .. 35: only the first 192 rows are compared, so damage in
   // the last 8 rows of the window costs nothing.
-  b.rowRange(292, 300).setTo(cv::Scalar(0));
-  a.rowRange(292, 300).setTo(cv::Scalar(255));
-  EXPECT_TRUE(same(search(pa, a, b, vInput(32, 200, 0, 0, 200, 0, 0)), Res{0, 0, 0}));
-  // 137 rows left after clipping: 128 are compared (window rows 263..399 of 400, bottom clip).
+  cv::Mat tall = randomImage(400, 64, rng), damaged = tall.clone();
+  tall.rowRange(292, 300).setTo(cv::Scalar(255));
+  damaged.rowRange(292, 300).setTo(cv::Scalar(0));
   const cv::Mat c = randomImage(400, 64, rng), d = randomImage(400, 64, rng);
+  const std::pair<cv::Mat, cv::Mat> pairs[] = {
+      {a, shifted(a, 5, -3, rng)}, {a, a}, {flat, flat}, {tall, damaged}, {c, d}};
+  // 137 rows left after clipping the bottom (window rows 263 .. 399): 128 are compared.
   const cv::Rect compared(28, 263, 8, 128);
-  const int expected = static_cast<int>(cv::norm(c(compared), d(compared), cv::NORM_L1));
-  EXPECT_TRUE(same(search(pa, c, d, vInput(32, 263 + 100, 0, 0, 200, 0, 0)), Res{0, 0, expected}));
-  // Fewer than 64 rows left: every shift costs 0 and the first shift wins.
-  EXPECT_TRUE(same(search(pa, c, d, vInput(32, 350 + 100, 1, 2, 200, 2, 3)), Res{3, 5, 0}));
-  // No vertical shift to try.
-  EXPECT_TRUE(same(search(pa, c, d, vInput(32, 200, 1, 2, 200, 2, -1)), Res{3, 1, kNo}));
+  const int bottom = static_cast<int>(cv::norm(c(compared), d(compared), cv::NORM_L1));
+  const struct { int pair; In in; Res want; } cases[] = {  // vertical strips are 8 wide
+      {0, vInput(250, 150, 2, 0), {5, -3, 0}}, {0, hInput(250, 150, 0, 0), {5, -3, 0}},
+      {1, vInput(250, 150, 0, 0), {0, 0, 0}},
+      // Uniform images: every shift ties, the first one wins.
+      {2, vInput(250, 150, 0, 0), {16, 8, 0}}, {2, hInput(250, 150, 0, 0), {8, 16, 0}},
+      // Window top at y0 - 8 = (cy - 100) - 8 = -5: the top 5 rows go, 195 -> 192 compared; the
+      // same overhang sideways (window left at x0 - 16 = -5) rejects.
+      {1, vInput(150, 103, 0, 0), {0, 0, 0}}, {1, vInput(15, 120, 3, 1), {3, 1, kNo}},
+      // Horizontal strips: clipped sideways, rejected when the window leaves the image vertically.
+      {1, hInput(203, 50, 0, 0), {0, 0, 0}}, {1, hInput(250, 15, 4, 2), {4, 2, kNo}},
+      {3, vInput(32, 200, 0, 0, 200, 0, 0), {0, 0, 0}},
+      {4, vInput(32, 263 + 100, 0, 0, 200, 0, 0), {0, 0, bottom}},
+      // Fewer than 64 rows left: every shift costs 0 and the first shift wins; no vertical shift to try.
+      {4, vInput(32, 350 + 100, 1, 2, 200, 2, 3), {3, 5, 0}},
+      {4, vInput(32, 200, 1, 2, 200, 2, -1), {3, 1, kNo}}};
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    SCOPED_TRACE(i);
+    const auto& [first, second] = pairs[cases[i].pair];
+    PixelAlignment pa(first.cols);
+    EXPECT_TRUE(same(search(pa, first, second, cases[i].in, cases[i].in.stripW == 8), cases[i].want));
+  }
 }
 
 // Every vector strategy gives the reference's shift and cost, on any input: clipping,
