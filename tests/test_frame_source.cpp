@@ -12,7 +12,6 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "support/stitch_inputs.h"
-#include "tools/frame_source.h"
 
 namespace {
 
@@ -34,11 +33,7 @@ std::string meta(int w, int h, int frames) {
 std::string readAll(const std::string& dir) {
   SourceOptions opt;
   opt.upscale = true;
-  return zolt::test::thrown<InputError>([&] {
-    auto s = FrameSource::open(dir, opt);
-    for (std::vector<uint8_t> f; s->next(f);) {
-    }
-  });
+  return zolt::test::inputErrorOf(dir, opt);
 }
 
 void write(const std::string& path, const std::string& bytes) {
