@@ -12,12 +12,11 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "support/stitch_inputs.h"
-#include "tools/frame_source.h"
 
 namespace {
 
-using zolt::tools::FrameSource;
-using zolt::tools::InputError;
+using namespace zolt::tools;
+using zolt::test::freshDir;
 
 const char kTruth2[] =
     "frame,t_ns,x,y,dx,dy,yaw,pitch,roll,gain,phase\n"
@@ -32,13 +31,9 @@ std::string meta(int w, int h, int frames) {
 // Opens `dir` as zoltpano stitch does (small frames scaled up) and reads every frame; the
 // InputError's message, "" when all went well.
 std::string readAll(const std::string& dir) {
-  zolt::tools::SourceOptions opt;
+  SourceOptions opt;
   opt.upscale = true;
-  return zolt::test::thrown<InputError>([&] {
-    auto s = FrameSource::open(dir, opt);
-    for (std::vector<uint8_t> f; s->next(f);) {
-    }
-  });
+  return zolt::test::inputErrorOf(dir, opt);
 }
 
 void write(const std::string& path, const std::string& bytes) {
@@ -69,17 +64,13 @@ TEST(FrameSource, BadSweepFoldersEndInOneMessage) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    const std::string dir = zolt::test::freshDir("sweep_input");
+    const std::string dir = freshDir("sweep_input");
     write(dir + "/meta.json", c.meta);
     write(dir + "/truth.csv", c.truth);
     write(dir + "/gyro.csv", "t_ns,wx,wy,wz\n0,0.1,0.2,0.3\n");
     write(dir + "/frames.nv21", std::string(c.frameBytes, '\x80'));
     const std::string message = readAll(dir);
-    if (*c.says == '\0') {
-      EXPECT_EQ(message, "");
-    } else {
-      EXPECT_NE(message.find(c.says), std::string::npos) << message;
-    }
+    EXPECT_TRUE(*c.says ? message.find(c.says) != std::string::npos : message.empty()) << message;
   }
 }
 
@@ -92,11 +83,11 @@ TEST(FrameSource, ImagesWithLyingHeadersOrAbsurdShapesAreInputErrors) {
   for (const auto& f : fields) std::memcpy(bmp + f[0], &f[1], 4);
   bmp[26] = 1;
   bmp[28] = 24;
-  const std::string lying = zolt::test::freshDir("lying_header");
+  const std::string lying = freshDir("lying_header"), thin = freshDir("thin_image");
   write(lying + "/a.bmp", std::string(reinterpret_cast<char*>(bmp), sizeof bmp));
   EXPECT_EQ(readAll(lying), "cannot read image '" + lying + "/a.bmp'");
 
-  const std::string thin = zolt::test::freshDir("thin_image");
   cv::imwrite(thin + "/a.png", cv::Mat(4000, 2, CV_8UC3, cv::Scalar(90, 120, 200)));
-  EXPECT_NE(readAll(thin).find("more than 8192 pixels long"), std::string::npos) << readAll(thin);
+  const std::string message = readAll(thin);
+  EXPECT_NE(message.find("more than 8192 pixels long"), std::string::npos) << message;
 }

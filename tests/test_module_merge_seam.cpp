@@ -10,7 +10,8 @@
 
 using namespace zolt::test;
 
-TEST(ModuleMergeSeam, WhichMinTies) {
+// The seam search's helpers: which_min's tie rules and the box filter over a row and a matrix.
+TEST(ModuleMergeSeam, WhichMinTiesAndBoxFilter) {
   ModuleMerge m(1280, 720);
   // -1 takes a, 0 b, 1 c; ties go to b, then a.
   const struct { float a, b, c; int want; } cases[] = {
@@ -20,10 +21,7 @@ TEST(ModuleMergeSeam, WhichMinTies) {
     EXPECT_EQ(m.which_min(c.a, c.b, c.c), c.want) << c.a << " " << c.b << " " << c.c;
   float p[3] = {4, 3, 3};
   EXPECT_EQ(m.which_min_byPointer(p + 1), 0);
-}
 
-TEST(ModuleMergeSeam, BoxFilter) {
-  ModuleMerge m(1280, 720);
   std::vector<float> prefix, row = {1, 2, 3, 4, 5, 6};
   m.oneDimensionBoxFilterX(row.data(), 6, prefix, 1);
   EXPECT_EQ(row, (std::vector<float>{1, 2.5f, 3.5f, 4.5f, 5.5f, 6}));
@@ -104,8 +102,7 @@ TEST(ModuleMergeSeam, CostThresholdAndLinesOutsideTheFrame) {
   fy[2] = 12;  // dY 2, with the chroma below 2 + 1: 5
   fy[3] = 200;
   uint8_t* fvu = f.vuPlane + 0 * 400 + 136;  // pair of frame columns 136, 137
-  fvu[0] = 130;
-  fvu[1] = 129;
+  fvu[0] = 130, fvu[1] = 129;
   // Frame row 0 is canvas row 3, and is as different as can be: costs there.
   for (int x = 0; x < 400; ++x) f.yPlane[x] = 255;
   s.m.getSeam_V_YUV(250, f);

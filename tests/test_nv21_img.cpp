@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <tuple>
 #include <vector>
 
 #include "image/nv21_img.h"
@@ -26,10 +27,8 @@ TEST(NV21Img, CreateOwnsOneBufferWithPlanesAndViews) {
   EXPECT_TRUE(img.created && img.ownsBuffer);
   EXPECT_EQ(cv::Size(img.width, img.height), cv::Size(640, 480));
   EXPECT_EQ(img.vuPlane - img.yPlane, 307200);
-  EXPECT_EQ(img.nv21Mat.size(), cv::Size(640, 720));
-  EXPECT_EQ(img.yMat.size(), cv::Size(640, 480));
-  EXPECT_EQ(img.vuMat.size(), cv::Size(320, 240));
-  EXPECT_EQ(img.vuMat.type(), CV_8UC2);
+  EXPECT_EQ(std::make_tuple(img.nv21Mat.size(), img.yMat.size(), img.vuMat.size(), img.vuMat.type()),
+            std::make_tuple(cv::Size(640, 720), cv::Size(640, 480), cv::Size(320, 240), CV_8UC2));
   EXPECT_TRUE(img.nv21Mat.data == img.yPlane && img.yMat.data == img.yPlane &&
               img.vuMat.data == img.vuPlane);
   // The whole buffer is usable: last VU byte of a 640 x 480 image is at offset 460799.
@@ -56,12 +55,10 @@ TEST(NV21Img, WrapsWithoutFreeingAndCopiesDeep) {
   const std::vector<uint8_t> before = f.buf;
   NV21Img img, copy;
   img.nvCreate_shared_instance(&f.rec);
-  EXPECT_TRUE(img.created && !img.ownsBuffer);
-  EXPECT_TRUE(img.yPlane == f.buf.data() && img.yMat.data == f.buf.data() &&
-              img.vuMat.data == f.rec.planeVU);
+  EXPECT_TRUE(img.created && !img.ownsBuffer && img.yPlane == f.buf.data() &&
+              img.yMat.data == f.buf.data() && img.vuMat.data == f.rec.planeVU);
   img.copyTo(copy);
-  EXPECT_TRUE(copy.ownsBuffer);
-  EXPECT_NE(copy.yPlane, f.buf.data());
+  EXPECT_TRUE(copy.ownsBuffer && copy.yPlane != f.buf.data());
   EXPECT_EQ(0, std::memcmp(copy.yPlane, f.buf.data(), f.buf.size()));
   copy.yPlane[0] ^= 1;
   copy.freeData();
@@ -72,8 +69,7 @@ TEST(NV21Img, WrapsWithoutFreeingAndCopiesDeep) {
   NV21Img owner, view;  // wrapping another image shares its planes
   owner.nvCreate(4, 6);
   view.nvCreate_shared_instance(owner);
-  EXPECT_EQ(view.yPlane, owner.yPlane);
-  EXPECT_FALSE(view.ownsBuffer);
+  EXPECT_TRUE(view.yPlane == owner.yPlane && !view.ownsBuffer);
   view.freeData();
   owner.yPlane[0] = 1;  // still alive
   owner.freeData();
@@ -83,21 +79,17 @@ TEST(NV21Img, FrameBufferCycleRepointsWithoutReadingTheNewSize) {
   auto a = callerFrame(64, 48, 1), b = callerFrame(32, 16, 2);
   NV21Img img;
   img.nvLoadNV21_FWBuffer(&a.rec);  // empty image: wraps with a's size
-  EXPECT_EQ(img.width, 64);
-  EXPECT_EQ(img.yPlane, a.buf.data());
+  EXPECT_TRUE(img.width == 64 && img.yPlane == a.buf.data());
   img.nvLoadNV21_FWBuffer(&b.rec);  // created: only the pointers change
   EXPECT_EQ(cv::Size(img.width, img.height), cv::Size(64, 48));
+  EXPECT_EQ(img.yMat.size(), cv::Size(64, 48));
   EXPECT_TRUE(img.yPlane == b.buf.data() && img.vuPlane == b.rec.planeVU &&
               img.yMat.data == b.buf.data());
-  EXPECT_EQ(img.yMat.size(), cv::Size(64, 48));
 
   img.bgrMat.create(2, 2, CV_8UC3);
   img.freeData_FWBuffer();
-  EXPECT_FALSE(img.created);
-  EXPECT_EQ(img.yPlane, nullptr);
-  EXPECT_TRUE(img.yMat.empty());
-  EXPECT_EQ(img.width, 64);  // size and bgrMat survive the drop
-  EXPECT_FALSE(img.bgrMat.empty());
+  EXPECT_TRUE(!img.created && img.yPlane == nullptr && img.yMat.empty());
+  EXPECT_TRUE(img.width == 64 && !img.bgrMat.empty());  // size and bgrMat survive the drop
 
   img.nvLoadNV21_FWBuffer(&b.rec);  // empty again: now b's own size
   EXPECT_EQ(cv::Size(img.width, img.height), cv::Size(32, 16));
@@ -108,14 +100,12 @@ TEST(NV21Img, LoadsCopyInAtTheRightSize) {
   auto f = callerFrame(10, 6, 5);
   NV21Img loaded;
   EXPECT_EQ(loaded.nvLoadNV21(&f.rec), 1);
-  EXPECT_TRUE(loaded.ownsBuffer);
   EXPECT_EQ(0, std::memcmp(loaded.yPlane, f.buf.data(), f.buf.size()));
   std::vector<uint8_t> raw(90, 77);
   zolt::test::LogCapture log;
   EXPECT_EQ(loaded.nvLoadNV21(raw.data(), 100, 100), 1);
-  EXPECT_EQ(loaded.width, 10);  // created earlier: keeps 10 x 6
-  EXPECT_EQ(loaded.yPlane[59], 77);
-  EXPECT_EQ(loaded.vuPlane[29], 77);
+  // Created earlier: keeps 10 x 6, so the last Y and VU bytes are the raw ones.
+  EXPECT_TRUE(loaded.width == 10 && loaded.yPlane[59] == 77 && loaded.vuPlane[29] == 77);
   EXPECT_TRUE(log.contains(ANDROID_LOG_WARN, " MERGER UI First mem copy finished"));
   loaded.freeData();
   EXPECT_EQ(f.buf[0], 5);  // the source is untouched

@@ -6,10 +6,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
+
+#include "tools/frame_source.h"
+#include "tools/stitch_session.h"
 
 namespace zolt::test {
 
@@ -52,6 +56,31 @@ std::string thrown(F f) {
     return e.what();
   }
   return "";
+}
+
+// The message of the InputError that reading all of `path` throws; "" when every frame reads.
+inline std::string inputErrorOf(const std::string& path, const tools::SourceOptions& opt = {}) {
+  return thrown<tools::InputError>([&] {
+    auto s = tools::FrameSource::open(path, opt);
+    for (std::vector<uint8_t> f; s->next(f);) {
+    }
+  });
+}
+
+// Stitches `path` into `name` without hints. A StitchError's message lands in `error`; without
+// `error` it fails the test. Input errors propagate.
+inline tools::StitchResult stitchPath(const std::string& path, const std::string& name,
+                                      tools::StitchOptions opt = {},
+                                      const tools::SourceOptions& src = {},
+                                      std::string* error = nullptr) {
+  opt.name = name;
+  opt.hints = false;
+  tools::StitchResult r;
+  const std::string e = thrown<tools::StitchError>(
+      [&] { tools::stitch(*tools::FrameSource::open(path, src), opt, r); });
+  if (error != nullptr) *error = e;
+  else EXPECT_EQ(e, "");
+  return r;
 }
 
 }  // namespace zolt::test
