@@ -64,8 +64,13 @@ TEST(PixelAlignment, FindsShiftsClipsAndComparesWholeGroups) {
   tall.rowRange(292, 300).setTo(cv::Scalar(255));
   damaged.rowRange(292, 300).setTo(cv::Scalar(0));
   const cv::Mat c = randomImage(400, 64, rng), d = randomImage(400, 64, rng);
+  // The same sideways: a 400-wide strip at columns 100 .. 499 compares 6 x 64 = 384 of them.
+  cv::Mat wide = randomImage(64, 600, rng), wideDamaged = wide.clone();
+  wide.colRange(484, 500).setTo(cv::Scalar(255));
+  wideDamaged.colRange(484, 500).setTo(cv::Scalar(0));
   const std::pair<cv::Mat, cv::Mat> pairs[] = {
-      {a, shifted(a, 5, -3, rng)}, {a, a}, {flat, flat}, {tall, damaged}, {c, d}};
+      {a, shifted(a, 5, -3, rng)}, {a, a}, {flat, flat}, {tall, damaged}, {c, d},
+      {wide, wideDamaged}};
   // 137 rows left after clipping the bottom (window rows 263 .. 399): 128 are compared.
   const cv::Rect compared(28, 263, 8, 128);
   const int bottom = static_cast<int>(cv::norm(c(compared), d(compared), cv::NORM_L1));
@@ -83,7 +88,8 @@ TEST(PixelAlignment, FindsShiftsClipsAndComparesWholeGroups) {
       {4, vInput(32, 263 + 100, 0, 0, 200, 0, 0), {0, 0, bottom}},
       // Fewer than 64 rows left: every shift costs 0 and the first shift wins; no vertical shift to try.
       {4, vInput(32, 350 + 100, 1, 2, 200, 2, 3), {3, 5, 0}},
-      {4, vInput(32, 200, 1, 2, 200, 2, -1), {3, 1, kNo}}};
+      {4, vInput(32, 200, 1, 2, 200, 2, -1), {3, 1, kNo}},
+      {5, In{300, 32, 0, 0, 400, 8, 0, 0}, {0, 0, 0}}};
   for (size_t i = 0; i < std::size(cases); ++i) {
     SCOPED_TRACE(i);
     const auto& [first, second] = pairs[cases[i].pair];
