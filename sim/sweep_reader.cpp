@@ -1,6 +1,8 @@
 #include "sim/sweep_reader.h"
 
+#include <cstdint>
 #include <cstdlib>
+#include <limits>
 #include <sstream>
 
 #include "sim/sim_error.h"
@@ -37,6 +39,19 @@ void forDataLines(const std::string& path, const char* firstColumn, size_t colum
       throw SimError(path + ":" + std::to_string(lineNo) + ": not a number");
     }
   }
+}
+
+// meta.json's whole-number field `key`: a JSON integer that fits an int. Converting a float or
+// an integer out of range would be undefined or silently wrong.
+int wholeNumber(const nlohmann::json& meta, const char* key, const std::string& metaPath) {
+  const nlohmann::json& v = meta.at(key);
+  constexpr int64_t kMin = std::numeric_limits<int>::min(), kMax = std::numeric_limits<int>::max();
+  const bool fits = v.is_number_unsigned() ? v.get<uint64_t>() <= static_cast<uint64_t>(kMax)
+                    : v.is_number_integer() ? v.get<int64_t>() >= kMin && v.get<int64_t>() <= kMax
+                                            : false;
+  if (!fits)
+    throw SimError("'" + metaPath + "' gives no whole number for \"" + key + "\": " + v.dump());
+  return v.get<int>();
 }
 
 }  // namespace
@@ -78,16 +93,20 @@ SweepReader::SweepReader(const std::string& dir) : dir_(dir) {
   if (!in) throw SimError("cannot read '" + metaPath + "'");
   try {
     meta_ = nlohmann::json::parse(in);
-    width_ = meta_.at("width").get<int>();
-    height_ = meta_.at("height").get<int>();
-    frames_ = meta_.at("frames").get<int>();
+    width_ = wholeNumber(meta_, "width", metaPath);
+    height_ = wholeNumber(meta_, "height", metaPath);
+    frames_ = wholeNumber(meta_, "frames", metaPath);
     fps_ = meta_.at("fps").get<double>();
-    direction_ = meta_.value("move_direction", 0);
+    direction_ = meta_.contains("move_direction") ? wholeNumber(meta_, "move_direction", metaPath) : 0;
   } catch (const nlohmann::json::exception& e) {
     throw SimError("'" + metaPath + "' is not a sweep description: " + e.what());
   }
   if (width_ <= 0 || height_ <= 0 || frames_ <= 0)
     throw SimError("'" + metaPath + "' gives no frames");
+  // Frame times are index / fps: a rate of zero or less would make them infinite or negative.
+  if (!(fps_ > 0 && fps_ <= 1000))
+    throw SimError("'" + metaPath + "' gives " + std::to_string(fps_) +
+                   " frames per second (more than 0, at most 1000)");
   // NV21 samples colour per 2x2 block: the frame file's layout needs even sides.
   if ((width_ | height_) & 1)
     throw SimError("'" + metaPath + "' gives " + std::to_string(width_) + "x" +

@@ -57,8 +57,16 @@ TEST(FrameSource, BadSweepFoldersEndInOneMessage) {
       {"frames missing from truth", meta(642, 642, 3), kTruth2, 3 * fb, "truth.csv' has 2 frames"},
       {"meta not an object", "[1, 2]", kTruth2, 2 * fb, "is not a sweep description"},
       {"width a string", "{\"width\": \"wide\", \"height\": 642, \"frames\": 2, \"fps\": 30}",
-       kTruth2, 2 * fb, "is not a sweep description"},
+       kTruth2, 2 * fb, "gives no whole number for \"width\": \"wide\""},
       {"no frames", meta(642, 642, 0), kTruth2, 0, "gives no frames"},
+      // Sides as floats or beyond int: refused before any conversion (clang's UBSan caught the
+      // float one as undefined); a rate that would make the frame times infinite.
+      {"width a huge float", "{\"width\": 6.4e109, \"height\": 642, \"frames\": 2, \"fps\": 30}",
+       kTruth2, 2 * fb, "gives no whole number for \"width\": 6.4e+109"},
+      {"height beyond int", "{\"width\": 642, \"height\": 4294967938, \"frames\": 2, \"fps\": 30}",
+       kTruth2, 2 * fb, "gives no whole number for \"height\""},
+      {"no frame rate", "{\"width\": 642, \"height\": 642, \"frames\": 2, \"fps\": 0}", kTruth2,
+       2 * fb, "0.000000 frames per second"},
       {"truth not numbers", meta(642, 642, 2), "0,x,0,0,0,0,0,0,0,1\n", 2 * fb, "not a number"},
       {"truth short rows", meta(642, 642, 2), "0,0,0\n", 2 * fb, "expected 10 columns"},
   };
