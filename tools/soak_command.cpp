@@ -14,10 +14,7 @@
 // it was after every Release. Exit status 0 when every check holds, 1 when one failed, 2 for a
 // bad command line. Under a sanitizer build the exit status also carries LeakSanitizer's
 // verdict.
-#include <dirent.h>
-#include <malloc.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <android/log.h>
 #include <zolt_host_sensor.h>
@@ -40,6 +37,7 @@
 #include "sim/sweep_config.h"
 #include "sim/sweep_simulator.h"
 #include "tools/command.h"
+#include "tools/process_stats.h"
 #include "zolt_pano.h"
 
 namespace zolt::tools {
@@ -81,32 +79,7 @@ long statusKb(const char* field) {
 }
 double mb(long kb) { return kb / 1024.0; }
 
-// Bytes allocated and not freed (glibc's heap and mmap'd blocks), kB: what a leak grows.
-// Resident memory also moves with what the allocator and the kernel keep back of freed memory,
-// which depends on the threads' timing and the machine's page policy.
-long heapInUseKb() {
-  const struct mallinfo2 m = mallinfo2();
-  return static_cast<long>((m.uordblks + m.hblkhd) / 1024);
-}
-
-int threadCount() {
-  int n = 0;
-  if (DIR* d = opendir("/proc/self/task")) {
-    while (dirent* e = readdir(d))
-      if (e->d_name[0] != '.') ++n;
-    closedir(d);
-  }
-  return n;
-}
-
-// Threads once every thread joined before the call has left /proc/self/task: pthread_join
-// returns when the kernel clears the thread's id, a moment before it stops listing the thread.
-// Waits up to two seconds for the count to come down to `want`.
-int threadCountSettled(int want) {
-  int n = threadCount();
-  for (int i = 0; i < 200 && n > want; ++i, n = threadCount()) usleep(10000);
-  return n;
-}
+long heapInUseKb() { return static_cast<long>(heapInUseBytes() / 1024); }
 
 // Processor time of the whole process (all threads), seconds: on a shared machine the wall
 // clock says more about the neighbours than about the engine.

@@ -3,10 +3,6 @@
 // otherwise wait for ever.
 #pragma once
 
-#include <dirent.h>
-#include <malloc.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -15,35 +11,14 @@
 #include <vector>
 
 #include "support/log_capture.h"
+#include "tools/process_stats.h"
 #include "zolt_pano.h"
 
 namespace zolt::test {
 
-// Threads of this process.
-inline int threadCount() {
-  int n = 0;
-  if (DIR* d = opendir("/proc/self/task")) {
-    while (dirent* e = readdir(d)) n += e->d_name[0] != '.';
-    closedir(d);
-  }
-  return n;
-}
-
-// Threads of this process once a thread just joined has left /proc (the kernel lists it a
-// moment longer than pthread_join waits): waits up to two seconds for the count to reach `want`.
-inline int threadCountSettled(int want) {
-  int n = threadCount();
-  for (int i = 0; i < 200 && n > want; ++i, n = threadCount()) usleep(10000);
-  return n;
-}
-
-// Bytes the process has allocated and not freed (heap and mmap'd blocks): what a leak grows.
-// Resident memory also moves with what the allocator and the kernel keep back, which depends
-// on the threads' timing and the machine's page policy.
-inline long long heapInUseBytes() {
-  const struct mallinfo2 m = mallinfo2();
-  return static_cast<long long>(m.uordblks + m.hblkhd);
-}
+using tools::heapInUseBytes;
+using tools::threadCount;
+using tools::threadCountSettled;
 
 // Makes the host sensor service fail at `what` ("looper", "manager", "sensor", "queue") while
 // alive; empty: nothing fails.
