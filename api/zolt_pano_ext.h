@@ -1,0 +1,206 @@
+/*
+ * zoltpano: what a camera application needs around zolt_pano.h.
+ *
+ * Everything here is additive: zolt_pano.h keeps its functions, records, codes and behaviour,
+ * and an engine on which no option is set behaves exactly as that header says. This header adds
+ * errors a caller can act on (a code and a one-line message per engine), control of the log,
+ * the panorama as a JPEG file or in memory with a quality, the canvas size a sweep needs,
+ * Camera2 / CameraX frames (YUV_420_888 with strides) turned into packed NV21, and the one
+ * switch for behaviour beyond the original interface. Plain C99; every name starts with
+ * ZOLT_PANO_, so it can be used after a header that defines SUCCESS or MOVE_NONE as macros.
+ *
+ * Calls that return int return 0 on success and otherwise one of the codes below; the message
+ * that goes with it is read with ZOLT_PANO_GetLastError. See docs/integrating.md.
+ */
+#ifndef ZOLT_PANO_EXT_H
+#define ZOLT_PANO_EXT_H
+
+#include <stddef.h>
+
+/* zolt_pano.h declares bare names (SUCCESS, MOVE_NONE, ...). A caller whose own headers define
+ * one of them as a macro can still include this header after them: the macros are set aside
+ * while zolt_pano.h is read (GCC, Clang and MSVC know push_macro), and the ZOLT_PANO_ names
+ * below stand for the values. */
+#ifndef ZOLT_PANO_H
+#pragma push_macro("SUCCESS")
+#pragma push_macro("INFO_TRACE_FIRST_FRAME")
+#pragma push_macro("ERR_INVALID_DIMENSIONS")
+#pragma push_macro("ERR_TRACE_DIRECTION")
+#pragma push_macro("ERR_TRACE_NO_FEATURE")
+#pragma push_macro("ERR_TRACE_TOO_QUICK")
+#pragma push_macro("ERR_TRACE_DIRECTION_BACK")
+#pragma push_macro("WARN_MOVE_SLOPE")
+#pragma push_macro("WARN_SHAKE_TOO_BIG")
+#pragma push_macro("WARN_TRACE_LITTLE_QUICK")
+#pragma push_macro("MOVE_NONE")
+#pragma push_macro("MOVE_RIGHT")
+#pragma push_macro("MOVE_LEFT")
+#pragma push_macro("MOVE_DOWN")
+#pragma push_macro("MOVE_UP")
+#pragma push_macro("MoveDirection")
+#undef SUCCESS
+#undef INFO_TRACE_FIRST_FRAME
+#undef ERR_INVALID_DIMENSIONS
+#undef ERR_TRACE_DIRECTION
+#undef ERR_TRACE_NO_FEATURE
+#undef ERR_TRACE_TOO_QUICK
+#undef ERR_TRACE_DIRECTION_BACK
+#undef WARN_MOVE_SLOPE
+#undef WARN_SHAKE_TOO_BIG
+#undef WARN_TRACE_LITTLE_QUICK
+#undef MOVE_NONE
+#undef MOVE_RIGHT
+#undef MOVE_LEFT
+#undef MOVE_DOWN
+#undef MOVE_UP
+#undef MoveDirection
+#include "zolt_pano.h"
+#pragma pop_macro("SUCCESS")
+#pragma pop_macro("INFO_TRACE_FIRST_FRAME")
+#pragma pop_macro("ERR_INVALID_DIMENSIONS")
+#pragma pop_macro("ERR_TRACE_DIRECTION")
+#pragma pop_macro("ERR_TRACE_NO_FEATURE")
+#pragma pop_macro("ERR_TRACE_TOO_QUICK")
+#pragma pop_macro("ERR_TRACE_DIRECTION_BACK")
+#pragma pop_macro("WARN_MOVE_SLOPE")
+#pragma pop_macro("WARN_SHAKE_TOO_BIG")
+#pragma pop_macro("WARN_TRACE_LITTLE_QUICK")
+#pragma pop_macro("MOVE_NONE")
+#pragma pop_macro("MOVE_RIGHT")
+#pragma pop_macro("MOVE_LEFT")
+#pragma pop_macro("MOVE_DOWN")
+#pragma pop_macro("MOVE_UP")
+#pragma pop_macro("MoveDirection")
+#endif
+
+/* The library's version at compile time; ZOLT_PANO_GetVersion() gives "ZOLT_PANO_v3.7" at run
+ * time. ZOLT_PANO_VERSION_NUMBER is MAJOR * 10000 + MINOR * 100 + PATCH, for #if tests. */
+#define ZOLT_PANO_VERSION_MAJOR 3
+#define ZOLT_PANO_VERSION_MINOR 7
+#define ZOLT_PANO_VERSION_PATCH 0
+#define ZOLT_PANO_VERSION_NUMBER \
+  (ZOLT_PANO_VERSION_MAJOR * 10000 + ZOLT_PANO_VERSION_MINOR * 100 + ZOLT_PANO_VERSION_PATCH)
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* The result codes of zolt_pano.h under prefixed names (same values). */
+#define ZOLT_PANO_SUCCESS 0x0000
+#define ZOLT_PANO_INFO_TRACE_FIRST_FRAME 0x5000
+#define ZOLT_PANO_ERR_INVALID_DIMENSIONS 0x7000
+#define ZOLT_PANO_ERR_TRACE_DIRECTION 0x7001
+#define ZOLT_PANO_ERR_TRACE_NO_FEATURE 0x7002
+#define ZOLT_PANO_ERR_TRACE_TOO_QUICK 0x7004
+#define ZOLT_PANO_ERR_TRACE_DIRECTION_BACK 0x7011
+#define ZOLT_PANO_WARN_MOVE_SLOPE 0x8001
+#define ZOLT_PANO_WARN_SHAKE_TOO_BIG 0x8020
+#define ZOLT_PANO_WARN_TRACE_LITTLE_QUICK 0x8080
+
+/* The sweep directions of zolt_pano.h under prefixed names (same values). */
+#define ZOLT_PANO_MOVE_NONE 0
+#define ZOLT_PANO_MOVE_RIGHT 1
+#define ZOLT_PANO_MOVE_LEFT 2
+#define ZOLT_PANO_MOVE_DOWN 3
+#define ZOLT_PANO_MOVE_UP 4
+
+/* Refusals: a call that was given something it cannot use, or that could not do its work. They
+ * are never returned by ZOLT_PANO_SelectFrames (which keeps the codes of zolt_pano.h), only by
+ * the calls of this header and by ZOLT_PANO_GetLastError. High nibble 0x9. */
+#define ZOLT_PANO_ERR_NULL_ARGUMENT 0x9001  /* a required pointer is NULL */
+#define ZOLT_PANO_ERR_NOT_ENGINE 0x9002     /* a handle that is not a live engine */
+#define ZOLT_PANO_ERR_FRAME_SIZE 0x9003     /* a frame of another size than the preview */
+#define ZOLT_PANO_ERR_CANVAS_INVALID 0x9004 /* a canvas the sweep cannot use */
+#define ZOLT_PANO_ERR_CANVAS_FULL 0x9005    /* the sweep reached the canvas's end */
+#define ZOLT_PANO_ERR_NOTHING_TO_SAVE 0x9006 /* no key frame merged yet */
+#define ZOLT_PANO_ERR_WRITE_FAILED 0x9007   /* the JPEG could not be made or written */
+#define ZOLT_PANO_ERR_BAD_OPTION 0x9008     /* an unknown option, or a value out of its range */
+#define ZOLT_PANO_ERR_BAD_ARGUMENT 0x9009   /* a size, stride or quality out of its range */
+#define ZOLT_PANO_ERR_FRAME_REFUSED 0x900A  /* AddImage after a frame that was refused */
+#define ZOLT_PANO_ERR_INTERNAL 0x900B       /* the engine failed (out of memory, ...) */
+
+/* The code's name as written here or in zolt_pano.h without the prefix ("ERR_TRACE_TOO_QUICK",
+ * "ERR_CANVAS_FULL"); "UNKNOWN" for any other value. A static string. */
+ZOLT_PANO_EXPORT const char* ZOLT_PANO_CodeName(int code);
+
+/* One short hint for the user ("Move slower"), or for the developer where the code is a
+ * refusal; "" for SUCCESS and for unknown values. English, a static string. */
+ZOLT_PANO_EXPORT const char* ZOLT_PANO_CodeHint(int code);
+
+/* Log control, process-wide, for every line the engine and its gyroscope thread write (tag
+ * "PanoEngine"). Android priorities: 2 verbose, 3 debug, 4 info, 5 warn, 6 error, 7 fatal,
+ * 8 silent. Lines below minPriority are dropped before they are formatted. Default 2: every line,
+ * as the engine has always logged. On Linux hosts the environment variable ZOLTPANO_LOG_LEVEL
+ * sets the starting level (a number 2 to 8, or verbose, debug, info, warn, error, fatal,
+ * silent). A value outside 2 to 8 is refused (ZOLT_PANO_ERR_BAD_ARGUMENT, read with
+ * ZOLT_PANO_GetLastError(NULL, ...)) and the level stays. */
+ZOLT_PANO_EXPORT void ZOLT_PANO_SetLogLevel(int minPriority);
+ZOLT_PANO_EXPORT int ZOLT_PANO_GetLogLevel(void);
+
+/* Receives each line that passes the level instead of the platform log: its priority, the tag,
+ * the formatted line (no trailing newline is added or removed) and `user`. Lines arrive one at
+ * a time, from the caller's thread or the engine's gyroscope thread; the sink must not call
+ * ZOLT_PANO_SetLogSink. Once ZOLT_PANO_SetLogSink returns, the previous sink is no longer
+ * called. NULL: back to the platform log. */
+typedef void (*ZOLT_PANO_LogSink)(int priority, const char* tag, const char* line, void* user);
+ZOLT_PANO_EXPORT void ZOLT_PANO_SetLogSink(ZOLT_PANO_LogSink sink, void* user);
+
+/* The code of the last refusal or failure of a call on `handle` since the previous
+ * ZOLT_PANO_GetLastError on it (0 if none), and clears it. `message` (if not NULL and
+ * messageSize > 0) receives its one-line message, starting with the function's name, truncated
+ * to messageSize - 1 bytes and always terminated ("" for 0). A NULL handle answers, for the
+ * calling thread, for calls made without a live engine: a stale or NULL handle, a refused
+ * ZOLT_PANO_Initial, and the calls of this header that take no handle. A handle that is neither
+ * NULL nor a live engine gives ZOLT_PANO_ERR_NOT_ENGINE. */
+ZOLT_PANO_EXPORT int ZOLT_PANO_GetLastError(void* handle, char* message, int messageSize);
+
+/* Writes the cropped panorama (what ZOLT_PANO_SaveImage writes) to `path` exactly as given, no
+ * ".jpg" appended, at `quality` 1 to 100 (0: the engine's default, 95, the quality of
+ * ZOLT_PANO_SaveImage). A file that cannot be written completely is removed. Returns 0, or
+ * ZOLT_PANO_ERR_NOT_ENGINE, _NULL_ARGUMENT, _BAD_ARGUMENT (quality), _NOTHING_TO_SAVE,
+ * _WRITE_FAILED. */
+ZOLT_PANO_EXPORT int ZOLT_PANO_SaveJpeg(void* handle, const char* path, int quality);
+
+/* The same JPEG bytes in memory: *data (allocated by the engine, freed with
+ * ZOLT_PANO_FreeBuffer) and *size. On a refusal *data is NULL and *size 0. */
+ZOLT_PANO_EXPORT int ZOLT_PANO_EncodeJpeg(void* handle, int quality, unsigned char** data,
+                                          size_t* size);
+ZOLT_PANO_EXPORT void ZOLT_PANO_FreeBuffer(void* data);
+
+/* The canvas for ZOLT_PANO_AddImage. direction 1 or 2 (horizontal): previewHeight high and
+ * maxSweepLength wide; 3 or 4 (vertical): previewWidth wide and maxSweepLength high, each side
+ * rounded up to even. maxSweepLength counts the frame itself (the final sweepLength of
+ * ZOLT_PANO_SelectFrames); at least the frame's side, 0: one whole turn of the phone at the
+ * engine's field of view (62.2 x 39.8 degrees), which no sweep exceeds. direction 0: the record
+ * to pass while the direction is not yet known (the preview's size: its planes are not read
+ * before the first merge, which comes with the frame that fixes the direction). Allocate
+ * width * height * 3 / 2 bytes, the VU plane directly behind the Y plane. Returns 0, or
+ * ZOLT_PANO_ERR_NULL_ARGUMENT or _BAD_ARGUMENT (preview sides 640 or less, a direction outside
+ * 0 to 4, a sweep shorter than the frame, a canvas over 2^31 - 1 bytes). */
+ZOLT_PANO_EXPORT int ZOLT_PANO_CanvasSize(int previewWidth, int previewHeight, int direction,
+                                          int maxSweepLength, int* canvasWidth,
+                                          int* canvasHeight);
+
+/* Turns a YUV_420_888 frame (Android's Image planes: Y with its row stride; U and V sharing one
+ * row stride and one pixel stride, 1 or 2) into packed NV21 at `nv21`, width * height * 3 / 2
+ * bytes, which ZOLT_PANO_SelectFrames takes with planeVU = nv21 + width * height. Both sides
+ * even and positive; yRowStride >= width; uvRowStride >= (width / 2 - 1) * uvPixelStride + 1.
+ * The output must not overlap the input. Returns 0, or ZOLT_PANO_ERR_NULL_ARGUMENT or
+ * _BAD_ARGUMENT. */
+ZOLT_PANO_EXPORT int ZOLT_PANO_PackNV21(const unsigned char* y, int yRowStride,
+                                        const unsigned char* u, const unsigned char* v,
+                                        int uvRowStride, int uvPixelStride, int width, int height,
+                                        unsigned char* nv21);
+
+/* The one switch for behaviour beyond zolt_pano.h, set after ZOLT_PANO_Initial and before the
+ * first frame. An engine with no option set behaves exactly as zolt_pano.h says. No option is
+ * defined in this version: every option is refused with ZOLT_PANO_ERR_BAD_OPTION (an unknown
+ * option, or a value out of the option's range), and the engine is left as it was. Returns 0,
+ * or ZOLT_PANO_ERR_NOT_ENGINE or _BAD_OPTION. */
+ZOLT_PANO_EXPORT int ZOLT_PANO_SetOption(void* handle, int option, int value);
+
+#ifdef __cplusplus
+} /* extern "C" */
+#endif
+
+#endif /* ZOLT_PANO_EXT_H */
