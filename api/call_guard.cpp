@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "api/refusal.h"
 #include "engine/orrery_engine.h"
 #include "merger/module_merge.h"
 #include "platform/log.h"
@@ -9,23 +10,26 @@
 
 namespace zolt::api {
 
-bool frameFits(const OrreryEngine& engine, const __tag_ZOLT_OFFSCREEN* frame, const char* where) {
+bool frameFits(OrreryEngine& engine, const __tag_ZOLT_OFFSCREEN* frame, const char* where) {
   if (frame == nullptr || frame->planeY == nullptr || frame->planeVU == nullptr) {
-    ZLOGE("%s :: Invalid frame : NULL record or plane : frame ignored", where);
+    refuse(&engine, ZOLT_PANO_ERR_NULL_ARGUMENT,
+           "%s :: Invalid frame : NULL record or plane : frame ignored", where);
     return false;
   }
   if (frame->width != engine.width || frame->height != engine.height) {
     // The engine reads a whole preview of its own size from the planes.
-    ZLOGE("%s :: Invalid frame : %dx%d, preview is %dx%d : frame ignored", where, frame->width,
-          frame->height, engine.width, engine.height);
+    refuse(&engine, ZOLT_PANO_ERR_FRAME_SIZE,
+           "%s :: Invalid frame : %dx%d, preview is %dx%d : frame ignored", where, frame->width,
+           frame->height, engine.width, engine.height);
     return false;
   }
   return true;
 }
 
-bool canvasFits(const OrreryEngine& engine, const __tag_ZOLT_OFFSCREEN* canvas, const char* where) {
+bool canvasFits(OrreryEngine& engine, const __tag_ZOLT_OFFSCREEN* canvas, const char* where) {
   if (canvas == nullptr || canvas->width <= 0 || canvas->height <= 0) {
-    ZLOGE("%s :: Invalid canvas : NULL record or empty : call ignored", where);
+    refuse(&engine, canvas == nullptr ? ZOLT_PANO_ERR_NULL_ARGUMENT : ZOLT_PANO_ERR_CANVAS_INVALID,
+           "%s :: Invalid canvas : NULL record or empty : call ignored", where);
     return false;
   }
   const int d = engine.tracker->moveDir;
@@ -37,21 +41,34 @@ bool canvasFits(const OrreryEngine& engine, const __tag_ZOLT_OFFSCREEN* canvas, 
   if (canvas->planeY == nullptr || canvas->planeVU == nullptr ||
       canvas->planeVU != canvas->planeY + static_cast<int64_t>(w) * h || ((w | h) & 1) != 0 ||
       bytes > INT32_MAX) {
-    ZLOGE(
-        "%s :: Invalid canvas : %dx%d needs even sides and one buffer, VU behind Y : "
-        "call ignored",
-        where, w, h);
+    refuse(&engine, ZOLT_PANO_ERR_CANVAS_INVALID,
+           "%s :: Invalid canvas : %dx%d needs even sides and one buffer, VU behind Y : "
+           "call ignored",
+           where, w, h);
     return false;
   }
   const bool horizontal = d == MOVE_RIGHT || d == MOVE_LEFT;
   const bool fits = horizontal ? (h == engine.height && w >= engine.width)
                                : (w == engine.width && h >= engine.height);
   if (!fits) {
-    ZLOGE("%s :: Invalid canvas : %dx%d cannot take a %s sweep of %dx%d frames : call ignored",
-          where, w, h, horizontal ? "horizontal" : "vertical", engine.width, engine.height);
+    refuse(&engine, ZOLT_PANO_ERR_CANVAS_INVALID,
+           "%s :: Invalid canvas : %dx%d cannot take a %s sweep of %dx%d frames : call ignored",
+           where, w, h, horizontal ? "horizontal" : "vertical", engine.width, engine.height);
     return false;
   }
   return true;
+}
+
+bool canvasFull(const OrreryEngine& engine) {
+  constexpr int kMergerCanvasFull = 6;  // ModuleMerge::mergeState once a frame no longer fits
+  return engine.merger->mergeState == kMergerCanvasFull;
+}
+
+bool stoppedAtCanvasEnd(const OrreryEngine& engine) {
+  // The engine's gate lets frames through in the no-feature (1) and wrong-direction (5) states
+  // without looking at the merger.
+  const int s = engine.tracker->uiState;
+  return s != 1 && s != 5 && canvasFull(engine);
 }
 
 }  // namespace zolt::api

@@ -5,8 +5,10 @@
 #include <map>
 #include <mutex>
 #include <new>
+#include <string>
 
 #include "engine/orrery_engine.h"
+#include "api/refusal.h"
 #include "platform/log.h"
 
 namespace zolt::api {
@@ -17,9 +19,16 @@ namespace {
 // fewer than this many engines were released after it. A few kilobytes at most.
 constexpr size_t kHeldBack = 32;
 
+// What the interface keeps beside each live engine.
+struct Side {
+  bool frameRefused = false;  // its last frame was refused by the argument checks
+  int errCode = 0;            // last refusal or failure since the last ZOLT_PANO_GetLastError
+  std::string errMessage;
+};
+
 struct Registry {
   std::mutex mutex;
-  std::map<OrreryEngine*, bool> live;  // engine -> its last frame was refused
+  std::map<OrreryEngine*, Side> live;
   std::deque<void*> heldBack;          // storage of destroyed engines, oldest first
 };
 
@@ -34,7 +43,7 @@ Registry& registry() {
 void enroll(OrreryEngine* engine) {
   Registry& r = registry();
   std::lock_guard<std::mutex> lock(r.mutex);
-  r.live[engine] = false;
+  r.live[engine] = Side();
 }
 
 OrreryEngine* liveEngine(void* handle, const char* where) {
@@ -44,13 +53,14 @@ OrreryEngine* liveEngine(void* handle, const char* where) {
     auto it = r.live.find(static_cast<OrreryEngine*>(handle));
     if (it != r.live.end()) return it->first;
   }
-  ZLOGE("%s :: Invalid handle %p : not a live engine, call ignored", where, handle);
+  refuse(nullptr, ZOLT_PANO_ERR_NOT_ENGINE, "%s :: Invalid handle %p : not a live engine, call ignored",
+         where, handle);
   return nullptr;
 }
 
 OrreryEngine* withdraw(void** handle, const char* where) {
   if (handle == nullptr) {
-    ZLOGE("%s :: NULL handle pointer : call ignored", where);
+    refuse(nullptr, ZOLT_PANO_ERR_NULL_ARGUMENT, "%s :: NULL handle pointer : call ignored", where);
     return nullptr;
   }
   Registry& r = registry();
@@ -63,7 +73,8 @@ OrreryEngine* withdraw(void** handle, const char* where) {
       return engine;
     }
   }
-  ZLOGE("%s :: Invalid handle %p : not a live engine, call ignored", where, *handle);
+  refuse(nullptr, ZOLT_PANO_ERR_NOT_ENGINE, "%s :: Invalid handle %p : not a live engine, call ignored",
+         where, *handle);
   return nullptr;
 }
 
@@ -87,14 +98,36 @@ void setFrameRefused(OrreryEngine* engine, bool refused) {
   Registry& r = registry();
   std::lock_guard<std::mutex> lock(r.mutex);
   auto it = r.live.find(engine);
-  if (it != r.live.end()) it->second = refused;
+  if (it != r.live.end()) it->second.frameRefused = refused;
 }
 
 bool frameRefused(OrreryEngine* engine) {
   Registry& r = registry();
   std::lock_guard<std::mutex> lock(r.mutex);
   auto it = r.live.find(engine);
-  return it != r.live.end() && it->second;
+  return it != r.live.end() && it->second.frameRefused;
+}
+
+void keepError(OrreryEngine* engine, int code, const char* message) {
+  Registry& r = registry();
+  std::lock_guard<std::mutex> lock(r.mutex);
+  auto it = r.live.find(engine);
+  if (it == r.live.end()) return;
+  it->second.errCode = code;
+  it->second.errMessage = message;
+}
+
+int takeError(OrreryEngine* engine, char* message, int messageSize) {
+  Registry& r = registry();
+  std::lock_guard<std::mutex> lock(r.mutex);
+  auto it = r.live.find(engine);
+  if (it == r.live.end()) return -1;
+  Side& side = it->second;
+  copyMessage(side.errCode != 0 ? side.errMessage.c_str() : "", message, messageSize);
+  const int code = side.errCode;
+  side.errCode = 0;
+  std::string().swap(side.errMessage);
+  return code;
 }
 
 }  // namespace zolt::api

@@ -28,4 +28,10 @@ void retire(OrreryEngine* engine);
 void setFrameRefused(OrreryEngine* engine, bool refused);
 bool frameRefused(OrreryEngine* engine);
 
+// The last refusal or failure of a call on a live engine, for ZOLT_PANO_GetLastError. Keeping
+// one for an engine that is no longer live does nothing.
+void keepError(OrreryEngine* engine, int code, const char* message);
+// Copies the kept message (truncated, terminated) and clears it. -1: not a live engine.
+int takeError(OrreryEngine* engine, char* message, int messageSize);
+
 }  // namespace zolt::api

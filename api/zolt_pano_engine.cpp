@@ -6,7 +6,9 @@
 
 #include "api/call_guard.h"
 #include "api/engine_registry.h"
+#include "api/refusal.h"
 #include "engine/orrery_engine.h"
+#include "merger/module_merge.h"
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "sensor/sensor_handle.h"
@@ -15,22 +17,24 @@
 
 namespace {
 
-// Logs what escaped the engine; the caller only sees result codes.
-void logException(const char* where) {
+// Logs what escaped the engine and keeps it as the call's failure (`code`, by default an
+// internal one); the caller only sees result codes.
+void logException(OrreryEngine* engine, const char* where, int code = ZOLT_PANO_ERR_INTERNAL) {
   try {
     throw;
   } catch (const std::exception& e) {
-    ZLOGE("%s : exception : %s", where, e.what());
+    zolt::api::refuse(engine, code, "%s : exception : %s", where, e.what());
   } catch (...) {
-    ZLOGE("%s : unknown exception", where);
+    zolt::api::refuse(engine, code, "%s : unknown exception", where);
   }
 }
 
 // Null arguments of the calls that take them: refused with one error line.
-bool allGiven(std::initializer_list<const void*> args, const char* where) {
+bool allGiven(OrreryEngine* engine, std::initializer_list<const void*> args, const char* where) {
   for (const void* a : args) {
     if (a == nullptr) {
-      ZLOGE("%s :: NULL argument : call ignored", where);
+      zolt::api::refuse(engine, ZOLT_PANO_ERR_NULL_ARGUMENT, "%s :: NULL argument : call ignored",
+                        where);
       return false;
     }
   }
@@ -61,7 +65,7 @@ void startGyroscope() {
     ZLOGI("%s ::SensorInterface : Created", "ZOLT_PANO_Initial");
     started = pSensorHandle->init();
   } catch (...) {
-    logException("ZOLT_PANO_Initial");
+    logException(nullptr, "ZOLT_PANO_Initial");
   }
   if (started) {
     ZLOGI("%s :: SensorInterface : Init Success", "ZOLT_PANO_Initial");
@@ -95,14 +99,26 @@ void provideSensorValues(OrreryEngine* engine) {
 extern "C" {
 
 ZOLT_PANO_EXPORT int ZOLT_PANO_Initial(tag_ZOLT_PANO_INIT_PARAM* param, void** handle) {
-  if (!allGiven({param, handle}, "ZOLT_PANO_Initial")) return ERR_INVALID_DIMENSIONS;
+  if (!allGiven(nullptr, {param, handle}, "ZOLT_PANO_Initial")) return ERR_INVALID_DIMENSIONS;
   OrreryEngine* engine = nullptr;
   try {
     engine = new OrreryEngine(param->mode);
     engine->zolt_init_pano(param->previewWidth, param->previewHeight);
-  } catch (...) {
+  } catch (const std::exception& e) {
     ZLOGE("%s :: Invalid Dimensions : returning ERROR", "ZOLT_PANO_Initial");
     delete engine;  // the half-built engine holds nothing else: the tracker freed itself
+    const int w = param->previewWidth, h = param->previewHeight;
+    if (w <= 640 || h <= 640)
+      zolt::api::note(nullptr, ERR_INVALID_DIMENSIONS,
+                      "ZOLT_PANO_Initial :: preview %dx%d : both sides must be above 640", w, h);
+    else
+      zolt::api::note(nullptr, ERR_INVALID_DIMENSIONS,
+                      "ZOLT_PANO_Initial :: no engine for a %dx%d preview : %s", w, h, e.what());
+    return ERR_INVALID_DIMENSIONS;
+  } catch (...) {
+    ZLOGE("%s :: Invalid Dimensions : returning ERROR", "ZOLT_PANO_Initial");
+    delete engine;
+    zolt::api::note(nullptr, ERR_INVALID_DIMENSIONS, "ZOLT_PANO_Initial :: no engine built");
     return ERR_INVALID_DIMENSIONS;
   }
   *handle = engine;
@@ -120,10 +136,14 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_SelectFrames(void* handle, void*, void*, __tag_ZO
   if (isKeyFrame != nullptr) *isKeyFrame = 0;
   if (engine == nullptr) return ERR_INVALID_DIMENSIONS;
   const bool usable =
-      allGiven({offset, isKeyFrame, direction, sweepLength}, "ZOLT_PANO_SelectFrames") &&
+      allGiven(engine, {offset, isKeyFrame, direction, sweepLength}, "ZOLT_PANO_SelectFrames") &&
       zolt::api::frameFits(*engine, frame, "ZOLT_PANO_SelectFrames");
   zolt::api::setFrameRefused(engine, !usable);
   if (!usable) return ERR_INVALID_DIMENSIONS;
+  // The engine answers such a frame with its last code, as if it had been tracked.
+  if (zolt::api::stoppedAtCanvasEnd(*engine))
+    zolt::api::note(engine, ZOLT_PANO_ERR_CANVAS_FULL,
+                    "ZOLT_PANO_SelectFrames :: canvas full : the sweep has ended, frame ignored");
   const int64_t start = zolt::ticks();
   int result = engine->resultCode;
   try {
@@ -132,7 +152,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_SelectFrames(void* handle, void*, void*, __tag_ZO
                                                   sweepLength);
     ZLOGI("ZOLT_Pano Select frame : Final Offset : %d  x  %d  ", offset->x, offset->y);
   } catch (...) {
-    logException("ZOLT_PANO_SelectFrames");
+    logException(engine, "ZOLT_PANO_SelectFrames");
   }
   engine->selectFrameTicks += static_cast<double>(zolt::ticks() - start);
   return result;
@@ -142,24 +162,34 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_AddImage(void* handle, void*, void*, void*, void*
                                         __tag_ZOLT_OFFSCREEN* panorama, tsRECT* validRect, void*,
                                         int* progress) {
   OrreryEngine* engine = zolt::api::liveEngine(handle, "ZOLT_PANO_AddImage");
-  if (engine == nullptr || !allGiven({validRect, progress}, "ZOLT_PANO_AddImage") ||
+  if (engine == nullptr || !allGiven(engine, {validRect, progress}, "ZOLT_PANO_AddImage") ||
       !zolt::api::canvasFits(*engine, panorama, "ZOLT_PANO_AddImage"))
     return 0;
   if (zolt::api::frameRefused(engine)) {
-    ZLOGE("%s :: last frame was refused : nothing to merge", "ZOLT_PANO_AddImage");
+    zolt::api::refuse(engine, ZOLT_PANO_ERR_FRAME_REFUSED,
+                      "%s :: last frame was refused : nothing to merge", "ZOLT_PANO_AddImage");
     return 0;
   }
+  const bool stopped = zolt::api::stoppedAtCanvasEnd(*engine);
   try {
     engine->provideNV21Image_AddImage(panorama, validRect, progress);
   } catch (...) {
-    logException("ZOLT_PANO_AddImage");
+    logException(engine, "ZOLT_PANO_AddImage");
   }
+  if (stopped)
+    zolt::api::note(engine, ZOLT_PANO_ERR_CANVAS_FULL,
+                    "ZOLT_PANO_AddImage :: canvas full : the sweep has ended, nothing merged");
+  else if (zolt::api::canvasFull(*engine))
+    zolt::api::note(engine, ZOLT_PANO_ERR_CANVAS_FULL,
+                    "ZOLT_PANO_AddImage :: canvas full : the key frame does not fit, the "
+                    "panorama ends with the one before");
   return 0;
 }
 
 ZOLT_PANO_EXPORT int ZOLT_PANO_GetTrackInfo(void* handle, tsPOINT* offset, long* isKeyFrame) {
   OrreryEngine* engine = zolt::api::liveEngine(handle, "ZOLT_PANO_GetTrackInfo");
-  if (engine == nullptr || !allGiven({offset, isKeyFrame}, "ZOLT_PANO_GetTrackInfo")) return 0;
+  if (engine == nullptr || !allGiven(engine, {offset, isKeyFrame}, "ZOLT_PANO_GetTrackInfo"))
+    return 0;
   engine->GrabInfo_Tracking(offset, isKeyFrame);
   return 0;
 }
@@ -169,15 +199,16 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_Release(void** handle) {
   // the gyroscope included, as it is.
   OrreryEngine* engine = zolt::api::withdraw(handle, "ZOLT_PANO_Release");
   if (engine == nullptr) return 0;
+  // The engine is no longer live: what fails here is kept for this thread.
   try {
     finishSensor();
   } catch (...) {
-    logException("ZOLT_PANO_Release");
+    logException(nullptr, "ZOLT_PANO_Release");
   }
   try {
     engine->release();
   } catch (...) {
-    logException("ZOLT_PANO_Release");
+    logException(nullptr, "ZOLT_PANO_Release");
   }
   zolt::api::retire(engine);
   return 0;
@@ -188,10 +219,20 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_Release(void** handle) {
 ZOLT_PANO_EXPORT void ZOLT_PANO_SaveImage(void* handle, std::string fileName) {
   OrreryEngine* engine = zolt::api::liveEngine(handle, "ZOLT_PANO_SaveImage");
   if (engine == nullptr) return;
+  const bool merged = engine->merger->panoInitialised;
+  std::string name;
   try {
-    std::string name = fileName + ".jpg";
+    name = fileName + ".jpg";
     engine->storeOutputTo(&name[0]);
   } catch (...) {
-    logException("ZOLT_PANO_SaveImage");
+    logException(engine, "ZOLT_PANO_SaveImage", merged ? ZOLT_PANO_ERR_WRITE_FAILED
+                                                       : ZOLT_PANO_ERR_NOTHING_TO_SAVE);
   }
+  // The engine's own lines said what happened; the caller gets it as a code too.
+  if (!merged)
+    zolt::api::note(engine, ZOLT_PANO_ERR_NOTHING_TO_SAVE,
+                    "ZOLT_PANO_SaveImage :: nothing to save : no key frame merged yet");
+  else if (!engine->outputWritten)
+    zolt::api::note(engine, ZOLT_PANO_ERR_WRITE_FAILED, "ZOLT_PANO_SaveImage :: cannot write '%s'",
+                    name.c_str());
 }

@@ -20,6 +20,14 @@ else()
   target_link_libraries(zoltpano::hwy INTERFACE PkgConfig::ZP_HWY)
 endif()
 
+# libyuv (Camera2 frames to packed NV21): Debian's libyuv-dev, which has no CMake or pkg-config
+# file; for Android a libyuv built with the NDK, named with -DZOLTPANO_LIBYUV_ROOT=<prefix>.
+find_path(ZP_LIBYUV_INCLUDE libyuv/planar_functions.h HINTS ${ZOLTPANO_LIBYUV_ROOT}/include REQUIRED)
+find_library(ZP_LIBYUV_LIB NAMES yuv HINTS ${ZOLTPANO_LIBYUV_ROOT}/lib REQUIRED)
+add_library(zoltpano::yuv INTERFACE IMPORTED)
+target_include_directories(zoltpano::yuv INTERFACE ${ZP_LIBYUV_INCLUDE})
+target_link_libraries(zoltpano::yuv INTERFACE ${ZP_LIBYUV_LIB})
+
 # Android's log: liblog from the NDK; on Linux, Debian's host liblog (android-liblog-dev), whose
 # headers live under /usr/include/android.
 add_library(zoltpano::log INTERFACE IMPORTED)

@@ -166,7 +166,8 @@ void OrreryEngine::storeOutputTo(char* fileName) {
     ZLOGE("Storeouputto: NULL output filename");
   }
   ZLOGI("storeOutputTo- Mat returned as: %dx%d , Now going to imwrite\n", pano.cols, pano.rows);
-  cv::imwrite(fileName != nullptr ? fileName : "", pano, std::vector<int>());
+  outputWritten = false;  // stays so when the writer throws
+  outputWritten = cv::imwrite(fileName != nullptr ? fileName : "", pano, std::vector<int>());
   ZLOGI("storeOutputTo- finished imwrite \n");
   pano.release();
 }

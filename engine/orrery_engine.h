@@ -33,6 +33,7 @@ class ZOLT_PANO_EXPORT OrreryEngine {
   int32_t trackFrames = 0;
   int32_t mergeFrames = 0;
   double selectFrameTicks = 0;  // OpenCV ticks in ZOLT_PANO_SelectFrames
+  bool outputWritten = false;   // whether the last storeOutputTo wrote its file
 
   explicit OrreryEngine(int32_t mode = 0) : mode(mode) {}
   OrreryEngine(const OrreryEngine&) = delete;

@@ -20,7 +20,7 @@ pkgs=(
   # the engine, its tests, benchmarks and tools
   libopencv-dev libhwy-dev libgtest-dev libgmock-dev libbenchmark-dev
   android-liblog-dev android-liblog android-platform-frameworks-native-headers
-  libcli11-dev nlohmann-json3-dev
+  libcli11-dev nlohmann-json3-dev libyuv-dev
 )
 include="$(IFS=,; echo "${pkgs[*]}")"
 

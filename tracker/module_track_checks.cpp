@@ -120,7 +120,7 @@ int ModuleTrack::Offset_expected_dir_err_check() {
     return 1;
   }
   errCode = SUCCESS;
-  __android_log_print(texts.successPriority, ZOLT_LOG_TAG, texts.success, errCode);
+  ::zolt::log::print(texts.successPriority, texts.success, errCode);
   return 1;
 }
 
