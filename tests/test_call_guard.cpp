@@ -1,7 +1,8 @@
 // Misuse of the C interface that an app can really commit: stale, foreign and null handles,
 // null records and outputs, frames of another size, canvases that cannot take the sweep. Each
-// call is refused with one error line and no effect; under AddressSanitizer these tests also
-// prove that nothing outside the caller's buffers is read or written.
+// call is refused with one error line and no effect, and ZOLT_PANO_GetLastError gives its code
+// and the same line; under AddressSanitizer these tests also prove that nothing outside the
+// caller's buffers is read or written.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -23,6 +24,7 @@
 #include "support/sim_sweep.h"
 #include "zolt_host_sensor.h"
 #include "zolt_pano.h"
+#include "zolt_pano_ext.h"
 
 // The test sees what the engine gives back to the heap, whatever the allocator would do with
 // it: whether `watched` went through the global operator delete.
@@ -77,15 +79,19 @@ class CallGuard : public testing::Test {
  protected:
   zolt::test::LogCapture log;
   Outputs o;  // what `call` writes through
+  void* engine = nullptr;  // the live engine whose refusals GetLastError reads, if any
 
   void TearDown() override { zolt_host_sensor_set_gyroscope(0); }
 
   // `call` returns `want`, leaves the outputs alone and logs one error line: `line`, with the
-  // engine's tag.
+  // engine's tag. ZOLT_PANO_GetLastError then gives `code` once, with `message` (by default the
+  // line), for the engine or, for a call without a live engine, for this thread.
   template <typename Call>
-  void refused(int want, const std::string& line, Call call) {
+  void refused(int want, int code, const std::string& line, Call call,
+               const std::string& message = "") {
     o = Outputs{};
     log.clear();
+    takeError(nullptr), takeError(engine);
     EXPECT_EQ(call(), want) << line;
     EXPECT_TRUE(o.untouched()) << line;
     std::vector<zolt::test::LogLine> errors;
@@ -94,6 +100,20 @@ class CallGuard : public testing::Test {
     ASSERT_EQ(errors.size(), 1u) << line;
     EXPECT_EQ(errors[0].tag, "PanoEngine");
     EXPECT_EQ(errors[0].message, line);
+    std::string kept;
+    int got = takeError(nullptr, &kept);
+    if (got == 0) got = takeError(engine, &kept);
+    EXPECT_EQ(got, code) << line << ": " << ZOLT_PANO_CodeName(got);
+    EXPECT_EQ(kept, message.empty() ? line : message);
+    EXPECT_EQ(takeError(nullptr) + takeError(engine), 0) << "kept once, in one place: " << line;
+  }
+  // The kept refusal of `handle` (null: this thread's), cleared.
+  static int takeError(void* handle, std::string* message = nullptr) {
+    if (handle == nullptr && message == nullptr) return ZOLT_PANO_GetLastError(nullptr, nullptr, 0);
+    char text[512];
+    const int code = ZOLT_PANO_GetLastError(handle, text, sizeof text);
+    if (message != nullptr) *message = text;
+    return code;
   }
   int selectFrame(void* h, __tag_ZOLT_OFFSCREEN* frame) {
     return ZOLT_PANO_SelectFrames(h, nullptr, nullptr, frame, nullptr, &o.offset, &o.key, nullptr,
@@ -140,21 +160,21 @@ TEST_F(CallGuard, HandlesThatAreNotLiveEnginesAreRefused) {
     auto line = [h](const char* call) {
       return format("%s :: Invalid handle %p : not a live engine, call ignored", call, h);
     };
-    refused(kErr, line("ZOLT_PANO_SelectFrames"), [&] { return selectFrame(h, &frame.rec); });
+    refused(kErr, ZOLT_PANO_ERR_NOT_ENGINE, line("ZOLT_PANO_SelectFrames"), [&] { return selectFrame(h, &frame.rec); });
     EXPECT_EQ(o.key, 0);
-    refused(0, line("ZOLT_PANO_AddImage"), [&] { return addImage(h, &canvas.rec); });
-    refused(0, line("ZOLT_PANO_GetTrackInfo"),
+    refused(0, ZOLT_PANO_ERR_NOT_ENGINE, line("ZOLT_PANO_AddImage"), [&] { return addImage(h, &canvas.rec); });
+    refused(0, ZOLT_PANO_ERR_NOT_ENGINE, line("ZOLT_PANO_GetTrackInfo"),
             [&] { return ZOLT_PANO_GetTrackInfo(h, &o.offset, &o.key); });
     EXPECT_EQ(o.key, -77);
-    refused(0, line("ZOLT_PANO_SaveImage"), [&] { return ZOLT_PANO_SaveImage(h, out), 0; });
+    refused(0, ZOLT_PANO_ERR_NOT_ENGINE, line("ZOLT_PANO_SaveImage"), [&] { return ZOLT_PANO_SaveImage(h, out), 0; });
     EXPECT_FALSE(std::filesystem::exists(out + ".jpg"));
     void* slot = h;
-    refused(0, line("ZOLT_PANO_Release"), [&] { return ZOLT_PANO_Release(&slot); });
+    refused(0, ZOLT_PANO_ERR_NOT_ENGINE, line("ZOLT_PANO_Release"), [&] { return ZOLT_PANO_Release(&slot); });
     EXPECT_EQ(slot, h);
     EXPECT_EQ(pSensorHandle, running);  // the gyroscope runs on
   }
   EXPECT_FALSE(watchedFreed);  // the stale releases freed nothing
-  refused(0, "ZOLT_PANO_Release :: NULL handle pointer : call ignored",
+  refused(0, ZOLT_PANO_ERR_NULL_ARGUMENT, "ZOLT_PANO_Release :: NULL handle pointer : call ignored",
           [] { return ZOLT_PANO_Release(nullptr); });
   // The live engine was not disturbed and still works.
   EXPECT_EQ(selectFrame(live, &frame.rec), INFO_TRACE_FIRST_FRAME);
@@ -169,16 +189,18 @@ TEST_F(CallGuard, InitialRefusesNullSlotsAndEmptyPreviews) {
   tag_ZOLT_PANO_INIT_PARAM p{};
   void* handle = &p;
   const char* nullArgument = "ZOLT_PANO_Initial :: NULL argument : call ignored";
-  refused(kErr, nullArgument, [&] { return ZOLT_PANO_Initial(nullptr, &handle); });
+  refused(kErr, ZOLT_PANO_ERR_NULL_ARGUMENT, nullArgument, [&] { return ZOLT_PANO_Initial(nullptr, &handle); });
   p.previewWidth = 1280, p.previewHeight = 720;
-  refused(kErr, nullArgument, [&] { return ZOLT_PANO_Initial(&p, nullptr); });
+  refused(kErr, ZOLT_PANO_ERR_NULL_ARGUMENT, nullArgument, [&] { return ZOLT_PANO_Initial(&p, nullptr); });
   const int sizes[][2] = {{0, 0},         {0, 720},       {1280, 0},  {-2, 900},
                           {-1280, -720}, {INT_MIN, 720}, {640, 480}, {1280, 640}};
   for (const auto& size : sizes) {
     SCOPED_TRACE(testing::Message() << size[0] << "x" << size[1]);
     p.previewWidth = size[0], p.previewHeight = size[1];
-    refused(kErr, "ZOLT_PANO_Initial :: Invalid Dimensions : returning ERROR",
-            [&] { return ZOLT_PANO_Initial(&p, &handle); });
+    refused(kErr, kErr, "ZOLT_PANO_Initial :: Invalid Dimensions : returning ERROR",
+            [&] { return ZOLT_PANO_Initial(&p, &handle); },
+            format("ZOLT_PANO_Initial :: preview %dx%d : both sides must be above 640", size[0],
+                   size[1]));
   }
   EXPECT_EQ(handle, &p);
 }
@@ -188,27 +210,28 @@ TEST_F(CallGuard, InitialRefusesNullSlotsAndEmptyPreviews) {
 // record says, so that AddressSanitizer sees a read past it), each followed by an AddImage that
 // has nothing to merge; saves that cannot write. Then a good frame still goes through.
 TEST_F(CallGuard, NullOutputsAndUnreadableFramesAreRefused) {
-  void* h = newEngine();
+  void* h = engine = newEngine();
   Nv21Buffer frame(1280, 720, 90), canvas(2560, 720), empty(2, 2);
   empty.rec.width = empty.rec.height = 0;
   for (int n = 0; n < 4; ++n)  // offset, key-frame flag, direction, sweep length
-    refused(kErr, "ZOLT_PANO_SelectFrames :: NULL argument : call ignored", [&] {
+    refused(kErr, ZOLT_PANO_ERR_NULL_ARGUMENT, "ZOLT_PANO_SelectFrames :: NULL argument : call ignored", [&] {
       return ZOLT_PANO_SelectFrames(h, nullptr, nullptr, &frame.rec, nullptr,
                                     n == 0 ? nullptr : &o.offset, n == 1 ? nullptr : &o.key,
                                     nullptr, n == 2 ? nullptr : &o.dir,
                                     n == 3 ? nullptr : &o.length);
     });
   for (int n = 0; n < 2; ++n)  // valid rectangle, progress
-    refused(0, "ZOLT_PANO_AddImage :: NULL argument : call ignored", [&] {
+    refused(0, ZOLT_PANO_ERR_NULL_ARGUMENT, "ZOLT_PANO_AddImage :: NULL argument : call ignored", [&] {
       return ZOLT_PANO_AddImage(h, nullptr, nullptr, nullptr, nullptr, &canvas.rec,
                                 n == 0 ? nullptr : &o.rect, nullptr,
                                 n == 1 ? nullptr : &o.progress);
     });
   for (__tag_ZOLT_OFFSCREEN* c : {static_cast<__tag_ZOLT_OFFSCREEN*>(nullptr), &empty.rec})
-    refused(0, "ZOLT_PANO_AddImage :: Invalid canvas : NULL record or empty : call ignored",
+    refused(0, c == nullptr ? ZOLT_PANO_ERR_NULL_ARGUMENT : ZOLT_PANO_ERR_CANVAS_INVALID,
+            "ZOLT_PANO_AddImage :: Invalid canvas : NULL record or empty : call ignored",
             [&] { return addImage(h, c); });
   for (int n = 0; n < 2; ++n) {  // offset, key-frame flag
-    refused(0, "ZOLT_PANO_GetTrackInfo :: NULL argument : call ignored", [&] {
+    refused(0, ZOLT_PANO_ERR_NULL_ARGUMENT, "ZOLT_PANO_GetTrackInfo :: NULL argument : call ignored", [&] {
       return ZOLT_PANO_GetTrackInfo(h, n == 0 ? nullptr : &o.offset, n == 1 ? nullptr : &o.key);
     });
     EXPECT_EQ(o.key, -77);
@@ -216,7 +239,7 @@ TEST_F(CallGuard, NullOutputsAndUnreadableFramesAreRefused) {
 
   const std::string noPlane =
       "ZOLT_PANO_SelectFrames :: Invalid frame : NULL record or plane : frame ignored";
-  refused(kErr, noPlane, [&] { return selectFrame(h, nullptr); });
+  refused(kErr, ZOLT_PANO_ERR_NULL_ARGUMENT, noPlane, [&] { return selectFrame(h, nullptr); });
   const int sizes[][3] = {{960, 540, 0}, {1280, 718, 0}, {720, 1280, 0},
                           {0, 0, 0},     {1280, 720, 1}, {1280, 720, 2}};  // 1, 2: Y, VU null
   for (const auto& s : sizes) {
@@ -224,25 +247,35 @@ TEST_F(CallGuard, NullOutputsAndUnreadableFramesAreRefused) {
     bad.rec.width = s[0], bad.rec.height = s[1];
     if (s[2] == 1) bad.rec.planeY = nullptr;
     if (s[2] == 2) bad.rec.planeVU = nullptr;
-    refused(kErr,
+    refused(kErr, s[2] ? ZOLT_PANO_ERR_NULL_ARGUMENT : ZOLT_PANO_ERR_FRAME_SIZE,
             s[2] ? noPlane
                  : format("ZOLT_PANO_SelectFrames :: Invalid frame : %dx%d, preview is 1280x720 "
                           ": frame ignored",
                           s[0], s[1]),
             [&] { return selectFrame(h, &bad.rec); });
     EXPECT_EQ(o.key, 0);
-    refused(0, "ZOLT_PANO_AddImage :: last frame was refused : nothing to merge",
+    refused(0, ZOLT_PANO_ERR_FRAME_REFUSED, "ZOLT_PANO_AddImage :: last frame was refused : nothing to merge",
             [&] { return addImage(h, &canvas.rec); });
   }
   EXPECT_EQ(static_cast<OrreryEngine*>(h)->trackFrames, 0);
   EXPECT_EQ(static_cast<OrreryEngine*>(h)->frameCount, 0);
 
-  // Nothing merged yet, or a folder that does not exist: no file, no exception.
+  // Nothing merged yet, or a folder that does not exist: no file, no exception, and nothing to
+  // save is what the caller learns (the original save by its code only: its log is the
+  // engine's own).
   const std::string early = testing::TempDir() + "zolt_guard_early";
   std::remove((early + ".jpg").c_str());
-  EXPECT_NO_THROW(ZOLT_PANO_SaveImage(h, early));
+  const std::string nothing = " :: nothing to save : no key frame merged yet";
+  for (const std::string& name : {early, std::string("/nonexistent-folder/zolt/pano")}) {
+    EXPECT_NO_THROW(ZOLT_PANO_SaveImage(h, name));
+    std::string kept;
+    EXPECT_EQ(takeError(h, &kept), ZOLT_PANO_ERR_NOTHING_TO_SAVE);
+    EXPECT_EQ(kept, "ZOLT_PANO_SaveImage" + nothing);
+    refused(ZOLT_PANO_ERR_NOTHING_TO_SAVE, ZOLT_PANO_ERR_NOTHING_TO_SAVE,
+            "ZOLT_PANO_SaveJpeg" + nothing,
+            [&] { return ZOLT_PANO_SaveJpeg(h, (name + ".jpg").c_str(), 0); });
+  }
   EXPECT_FALSE(std::filesystem::exists(early + ".jpg"));
-  EXPECT_NO_THROW(ZOLT_PANO_SaveImage(h, "/nonexistent-folder/zolt/pano"));
 
   EXPECT_EQ(selectFrame(h, &frame.rec), INFO_TRACE_FIRST_FRAME);
   EXPECT_EQ(addImage(h, &canvas.rec), 0);
@@ -257,7 +290,7 @@ TEST_F(CallGuard, CanvasesThatCannotTakeTheSweepAreRefused) {
   zolt::sim::SweepSimulator sim(zolt::test::simSweep(
       "steady", "/usr/share/backgrounds/picosdeeuropa_by_Aitzol_Berasategi.jpg", 40));
   const int w = sim.width(), h = sim.height();
-  void* handle = newEngine(w, h);
+  void* handle = engine = newEngine(w, h);
   auto* merger = static_cast<OrreryEngine*>(handle)->merger;
   Nv21Buffer good(3 * w, h, 0, 0);
   const std::string sweep = format("cannot take a horizontal sweep of %dx%d frames", w, h);
@@ -279,7 +312,7 @@ TEST_F(CallGuard, CanvasesThatCannotTakeTheSweepAreRefused) {
         std::vector<uint8_t> bytes(static_cast<size_t>(c.cw) * c.ch * 3 / 2 + c.gap + 1, 7);
         __tag_ZOLT_OFFSCREEN bad{0, c.cw, c.ch, c.nullY ? nullptr : bytes.data(),
                                  bytes.data() + static_cast<size_t>(c.cw) * c.ch + c.gap};
-        refused(0,
+        refused(0, ZOLT_PANO_ERR_CANVAS_INVALID,
                 format("ZOLT_PANO_AddImage :: Invalid canvas : %dx%d %s : call ignored", c.cw,
                        c.ch, c.why.c_str()),
                 [&] { return addImage(handle, &bad); });
@@ -291,5 +324,14 @@ TEST_F(CallGuard, CanvasesThatCannotTakeTheSweepAreRefused) {
     EXPECT_EQ(merger->panoInitialised, key);  // the right canvas takes the first key frame
   }
   EXPECT_TRUE(merger->panoInitialised);
+  // Now there is a panorama, but no folder to write it to.
+  const std::string nowhere = "/nonexistent-folder/zolt/pano.jpg";
+  ZOLT_PANO_SaveImage(handle, "/nonexistent-folder/zolt/pano");
+  std::string kept;
+  EXPECT_EQ(takeError(handle, &kept), ZOLT_PANO_ERR_WRITE_FAILED);
+  EXPECT_EQ(kept, "ZOLT_PANO_SaveImage :: cannot write '" + nowhere + "'");
+  refused(ZOLT_PANO_ERR_WRITE_FAILED, ZOLT_PANO_ERR_WRITE_FAILED,
+          "ZOLT_PANO_SaveJpeg :: cannot write '" + nowhere + "' : No such file or directory",
+          [&] { return ZOLT_PANO_SaveJpeg(handle, nowhere.c_str(), 90); });
   EXPECT_EQ(ZOLT_PANO_Release(&handle), 0);
 }

@@ -1,8 +1,8 @@
 #include "support/log_capture.h"
 
-#include <android/log.h>
-
 #include <mutex>
+
+#include "zolt_pano_ext.h"
 
 namespace zolt::test {
 namespace {
@@ -10,20 +10,19 @@ namespace {
 std::mutex gMutex;
 std::vector<LogLine> gLines;
 
-// Debian's liblog takes the older logger signature, with the record carrying tag and priority.
-void capture(const struct __android_logger_data* data, const char* msg) {
+void capture(int priority, const char* tag, const char* line, void*) {
   std::lock_guard<std::mutex> lock(gMutex);
-  gLines.push_back({data->priority, data->tag ? data->tag : "", msg ? msg : ""});
+  gLines.push_back({priority, tag, line});
 }
 
 }  // namespace
 
 LogCapture::LogCapture() {
   clear();
-  __android_log_set_logger(capture);
+  ZOLT_PANO_SetLogSink(capture, nullptr);
 }
 
-LogCapture::~LogCapture() { __android_log_set_logger(__android_log_stderr_logger); }
+LogCapture::~LogCapture() { ZOLT_PANO_SetLogSink(nullptr, nullptr); }
 
 std::vector<LogLine> LogCapture::lines() const {
   std::lock_guard<std::mutex> lock(gMutex);

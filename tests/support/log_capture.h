@@ -1,4 +1,4 @@
-// Captures what the engine writes to the platform log, for tests that check log lines.
+// Captures what the engine logs, through the engine's log sink, for tests that check log lines.
 #pragma once
 
 #include <android/log.h>
@@ -14,7 +14,7 @@ struct LogLine {
   std::string message;
 };
 
-// While alive, every log line is recorded (and not printed). One at a time.
+// While alive, every line the engine logs is recorded (and not printed). One at a time.
 class LogCapture {
  public:
   LogCapture();
