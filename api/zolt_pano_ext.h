@@ -134,6 +134,13 @@ ZOLT_PANO_EXPORT const char* ZOLT_PANO_CodeHint(int code);
  * sets the starting level (a number 2 to 8, or verbose, debug, info, warn, error, fatal,
  * silent). A value outside 2 to 8 is refused (ZOLT_PANO_ERR_BAD_ARGUMENT, read with
  * ZOLT_PANO_GetLastError(NULL, ...)) and the level stays. */
+#define ZOLT_PANO_LOG_VERBOSE 2
+#define ZOLT_PANO_LOG_DEBUG 3
+#define ZOLT_PANO_LOG_INFO 4
+#define ZOLT_PANO_LOG_WARN 5
+#define ZOLT_PANO_LOG_ERROR 6
+#define ZOLT_PANO_LOG_FATAL 7
+#define ZOLT_PANO_LOG_SILENT 8
 ZOLT_PANO_EXPORT void ZOLT_PANO_SetLogLevel(int minPriority);
 ZOLT_PANO_EXPORT int ZOLT_PANO_GetLogLevel(void);
 

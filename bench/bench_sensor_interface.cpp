@@ -13,6 +13,7 @@
 #include "sensor/sensor_handle.h"
 #include "sensor/sensor_interface.h"
 #include "zolt_host_sensor.h"
+#include "zolt_pano_ext.h"
 
 namespace {
 
@@ -22,7 +23,7 @@ constexpr long long kEventNs = 16000000;  // the engine's event rate
 class RunningSensor {
  public:
   RunningSensor() {
-    __android_log_set_minimum_priority(ANDROID_LOG_WARN);
+    ZOLT_PANO_SetLogLevel(ANDROID_LOG_WARN);
     zolt_host_sensor_set_gyroscope(1);
     pSensorHandle = &sensor_;
     ok_ = sensor_.init();
@@ -30,7 +31,7 @@ class RunningSensor {
   ~RunningSensor() {
     if (pSensorHandle != nullptr) stop();
     zolt_host_sensor_set_gyroscope(0);
-    __android_log_set_minimum_priority(ANDROID_LOG_DEFAULT);
+    ZOLT_PANO_SetLogLevel(ANDROID_LOG_VERBOSE);
   }
   bool ok() const { return ok_; }
   void stop() {

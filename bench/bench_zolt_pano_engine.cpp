@@ -12,6 +12,7 @@
 #include "image/nv21_img.h"
 #include "sim/sweep_simulator.h"
 #include "zolt_pano.h"
+#include "zolt_pano_ext.h"
 
 namespace {
 
@@ -77,6 +78,75 @@ void BM_WholeSweep(benchmark::State& state) {
   state.counters["ERR frames"] = failed;
 }
 BENCHMARK(BM_WholeSweep)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
+
+// One engine over the sweep, restarted (untimed) at its end, with the canvas it merges into.
+class Engine {
+ public:
+  explicit Engine(const Sweep& s)
+      : s_(s), canvas_(static_cast<size_t>(s.w) * 5 * s.h * 3 / 2),
+        pano_{0, s.w * 5, s.h, canvas_.data(), canvas_.data() + static_cast<size_t>(s.w) * 5 * s.h} {
+    start();
+  }
+  ~Engine() { ZOLT_PANO_Release(&handle_); }
+  bool atEnd() const { return next_ == s_.frames.size(); }
+  void restart() {
+    ZOLT_PANO_Release(&handle_);
+    start();
+  }
+  void feedOne() {
+    auto* y = const_cast<uint8_t*>(s_.frames[next_++].data());
+    __tag_ZOLT_OFFSCREEN frame{0, s_.w, s_.h, y, y + static_cast<size_t>(s_.w) * s_.h};
+    tsPOINT off;
+    long key = 0;
+    int dir, len, progress;
+    tsRECT valid;
+    ZOLT_PANO_SelectFrames(handle_, nullptr, nullptr, &frame, nullptr, &off, &key, nullptr, &dir,
+                           &len);
+    ZOLT_PANO_AddImage(handle_, nullptr, nullptr, nullptr, nullptr, &pano_, &valid, nullptr,
+                       &progress);
+  }
+
+ private:
+  void start() {
+    tag_ZOLT_PANO_INIT_PARAM p{};
+    p.previewWidth = s_.w;
+    p.previewHeight = s_.h;
+    ZOLT_PANO_Initial(&p, &handle_);
+    next_ = 0;
+  }
+  const Sweep& s_;
+  std::vector<uint8_t> canvas_;
+  __tag_ZOLT_OFFSCREEN pano_;
+  void* handle_ = nullptr;
+  size_t next_ = 0;
+};
+
+void dropLine(int, const char*, const char*, void*) {}
+
+// What the log costs a frame (SelectFrames + AddImage, about 34 lines): 0 the platform log as it
+// is by default (on the host liblog writes to stderr: run with 2>/dev/null), 1 every line
+// formatted and handed to a sink that drops it, 2 the log silent (lines dropped unformatted).
+void BM_FrameLog(benchmark::State& state) {
+  const int mode = static_cast<int>(state.range(0));
+  const char* labels[] = {"platform log", "sink, dropped", "silent"};
+  state.SetLabel(labels[mode]);
+  if (mode == 1) ZOLT_PANO_SetLogSink(dropLine, nullptr);
+  if (mode == 2) ZOLT_PANO_SetLogLevel(ZOLT_PANO_LOG_SILENT);
+  {
+    Engine engine(sweep());
+    for (auto _ : state) {
+      if (engine.atEnd()) {
+        state.PauseTiming();
+        engine.restart();
+        state.ResumeTiming();
+      }
+      engine.feedOne();
+    }
+  }
+  ZOLT_PANO_SetLogSink(nullptr, nullptr);
+  ZOLT_PANO_SetLogLevel(ZOLT_PANO_LOG_VERBOSE);
+}
+BENCHMARK(BM_FrameLog)->Arg(0)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->Iterations(600);
 
 // The two halves of saving an 8000 x 1080 panorama: the conversion of the canvas to BGR and
 // the JPEG encoding.

@@ -24,6 +24,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -39,6 +40,7 @@
 #include "tools/command.h"
 #include "tools/process_stats.h"
 #include "zolt_pano.h"
+#include "zolt_pano_ext.h"
 
 namespace zolt::tools {
 namespace {
@@ -64,9 +66,11 @@ const char* kLoopStop = "stop - warn: LoopStop******************************";
 std::atomic<long> gLoopStopLines{0};
 bool gVerbose = false;
 
-void countingLogger(const struct __android_logger_data* data, const char* msg) {
-  if (msg != nullptr && std::string(msg) == kLoopStop) ++gLoopStopLines;
-  if (gVerbose) __android_log_stderr_logger(data, msg);
+// The engine's log sink: counts the full-canvas lines, and passes every line on to the
+// platform log with --verbose.
+void countingSink(int priority, const char* tag, const char* line, void*) {
+  if (std::strcmp(line, kLoopStop) == 0) ++gLoopStopLines;
+  if (gVerbose) __android_log_write(priority, tag, line);
 }
 
 // A /proc/self/status field in kB.
@@ -356,7 +360,7 @@ int runSoak(SoakArgs& o) {
   // With the host's gyroscope every Initial starts the sensor thread and every Release must
   // join it, which the thread count after each cycle checks.
   zolt_host_sensor_set_gyroscope(o.gyroscope ? 1 : 0);
-  __android_log_set_logger(countingLogger);
+  ZOLT_PANO_SetLogSink(countingSink, nullptr);
 
   const int threadsStart = threadCount();
   std::vector<Nv21> frames;

@@ -16,6 +16,7 @@
 #include "platform/system_property.h"
 #include "tools/gyro_feed.h"
 #include "tools/stitch_report.h"
+#include "zolt_pano_ext.h"
 
 namespace zolt::tools {
 namespace fs = std::filesystem;
@@ -26,14 +27,13 @@ double msSince(std::chrono::steady_clock::time_point t0) {
   return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
 }
 
-void dropLogLine(const struct __android_logger_data*, const char*) {}
-
-// Routes the engine's log lines for the lifetime of a session.
+// Silences the engine's log for the lifetime of a session unless it is to be shown.
 struct EngineLog {
-  explicit EngineLog(bool show) {
-    if (!show) __android_log_set_logger(dropLogLine);
+  explicit EngineLog(bool show) : before_(ZOLT_PANO_GetLogLevel()) {
+    if (!show) ZOLT_PANO_SetLogLevel(ANDROID_LOG_SILENT);
   }
-  ~EngineLog() { __android_log_set_logger(__android_log_stderr_logger); }
+  ~EngineLog() { ZOLT_PANO_SetLogLevel(before_); }
+  int before_;
 };
 
 bool horizontal(int d) { return d == MOVE_RIGHT || d == MOVE_LEFT; }

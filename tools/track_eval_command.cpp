@@ -21,6 +21,7 @@
 #include "sensor/sensor_interface.h"
 #include "tools/command.h"
 #include "zolt_host_sensor.h"
+#include "zolt_pano_ext.h"
 #include "tracker/module_track.h"
 
 namespace zolt::tools {
@@ -38,8 +39,6 @@ struct EvalArgs {
   bool gyro = false;
   double gyroOffsetMs = 0.0;
 };
-
-void quietLogger(const struct __android_logger_data*, const char*) {}
 
 std::vector<std::string> defaultPhotos() {
   const char* names[] = {"Bridge_by_Sander_Klootwijk.jpg", "Dragonfly_by_Bolly.jpg",
@@ -193,7 +192,8 @@ SweepResult runOne(const sim::SweepConfig& cfg, bool withGyro) {
 }
 
 int runEval(const EvalArgs& a) {
-  __android_log_set_logger(quietLogger);
+  const int logLevel = ZOLT_PANO_GetLogLevel();
+  ZOLT_PANO_SetLogLevel(ANDROID_LOG_SILENT);
   const std::vector<std::string> photos = a.photos.empty() ? defaultPhotos() : a.photos;
   std::map<std::string, std::vector<double>> errorsBy;  // "preset size" -> errors
   std::map<std::string, std::vector<double>> floorBy, stepBy, gyroBy;
@@ -274,7 +274,7 @@ int runEval(const EvalArgs& a) {
     std::printf("last key frame error / swept length: median %.4f, max %.4f\n",
                 percentile(rotateRel, 0.5), percentile(rotateRel, 1.0));
   }
-  __android_log_set_logger(__android_log_stderr_logger);
+  ZOLT_PANO_SetLogLevel(logLevel);
   return kExitOk;
 }
 

@@ -3,15 +3,15 @@
 // look at what one input does).
 #pragma once
 
-#include <android/log.h>
-
 #include <cstdlib>
+
+#include "zolt_pano_ext.h"
 
 namespace zolt::fuzz {
 
-inline void dropLine(const struct __android_logger_data*, const char*) {}
+inline void dropLine(int, const char*, const char*, void*) {}
 inline void quietLog() {
-  if (std::getenv("ZOLTPANO_FUZZ_LOG") == nullptr) __android_log_set_logger(dropLine);
+  if (std::getenv("ZOLTPANO_FUZZ_LOG") == nullptr) ZOLT_PANO_SetLogSink(dropLine, nullptr);
 }
 
 }  // namespace zolt::fuzz
