@@ -29,19 +29,53 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ZoltPanoConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/ZoltPanoConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/ZoltPano)
 
-# The pkg-config file names the prefix given at install time (cmake --install --prefix), which
-# may differ from the one configured: everything else is filled in now, the prefix when
-# installing.
-set(ZP_PC_PREFIX "@CMAKE_INSTALL_PREFIX@")
-foreach(_zp_kind LIBDIR INCLUDEDIR)
-  if(IS_ABSOLUTE "${CMAKE_INSTALL_${_zp_kind}}")
-    set(ZP_PC_${_zp_kind} "${CMAKE_INSTALL_${_zp_kind}}")
-  else()
-    set(ZP_PC_${_zp_kind} "\${prefix}/${CMAKE_INSTALL_${_zp_kind}}")
-  endif()
+# pkg-config: zoltpano.pc, and on host builds zoltpano-host-sensor.pc. Both name their prefix
+# relative to their own folder (${pcfiledir}), so that an installed tree works wherever it is
+# installed or moved to: lib/pkgconfig gives ${pcfiledir}/../.., a libdir such as
+# lib/x86_64-linux-gnu ${pcfiledir}/../../... An absolute CMAKE_INSTALL_LIBDIR or INCLUDEDIR pins
+# the files to that place and is written as it stands (that tree cannot move).
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+  set(ZP_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")
+  set(ZP_PC_LIBDIR "${CMAKE_INSTALL_LIBDIR}")
+else()
+  file(RELATIVE_PATH _zp_pc_up "/zp/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/zp")
+  string(REGEX REPLACE "/$" "" _zp_pc_up "${_zp_pc_up}")
+  set(ZP_PC_PREFIX "\${pcfiledir}/${_zp_pc_up}")
+  set(ZP_PC_LIBDIR "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
+endif()
+if(IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
+  set(ZP_PC_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}")
+else()
+  set(ZP_PC_INCLUDEDIR "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
+endif()
+
+# A consumer links -lzoltpano alone: the shared library names what it needs itself (DT_NEEDED)
+# and finds the libraries installed with it through $ORIGIN. Libs.private lists those for
+# `pkg-config --static`. No Requires.private: OpenCV's Android SDK ships no .pc file, and a
+# required module that is missing would fail every query, not only static ones.
+set(_zp_pc_private "-L\${libdir} -lzoltpano_gyro")
+if(ANDROID)
+  string(APPEND _zp_pc_private " -landroid -llog")
+else()
+  string(APPEND _zp_pc_private " -lzoltpano_host_sensor")
+endif()
+foreach(_zp_lib IN LISTS OpenCV_LIBS)
+  string(APPEND _zp_pc_private " -l${_zp_lib}")
 endforeach()
-configure_file(cmake/zoltpano.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zoltpano.pc.stage @ONLY)
-install(CODE "configure_file([==[${CMAKE_CURRENT_BINARY_DIR}/zoltpano.pc.stage]==]
-                             [==[${CMAKE_CURRENT_BINARY_DIR}/zoltpano.pc]==] @ONLY)")
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zoltpano.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+string(APPEND _zp_pc_private " -lhwy")
+if(NOT ANDROID)
+  string(APPEND _zp_pc_private " -L${_zp_log_target_dir} -llog -lstdc++ -lm")
+endif()
+set(_zp_pc_threads "${CMAKE_THREAD_LIBS_INIT}")
+set(ZP_PC_LIBS_PRIVATE "${_zp_pc_private} ${_zp_pc_threads}")
+string(STRIP "${ZP_PC_LIBS_PRIVATE}" ZP_PC_LIBS_PRIVATE)
+configure_file(cmake/zoltpano.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zoltpano.pc @ONLY)
+set(_zp_pc_files ${CMAKE_CURRENT_BINARY_DIR}/zoltpano.pc)
+if(TARGET zoltpano_host_sensor)
+  set(ZP_PC_LIBS_PRIVATE "-lstdc++ ${_zp_pc_threads}")
+  string(STRIP "${ZP_PC_LIBS_PRIVATE}" ZP_PC_LIBS_PRIVATE)
+  configure_file(cmake/zoltpano-host-sensor.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zoltpano-host-sensor.pc
+                 @ONLY)
+  list(APPEND _zp_pc_files ${CMAKE_CURRENT_BINARY_DIR}/zoltpano-host-sensor.pc)
+endif()
+install(FILES ${_zp_pc_files} DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
