@@ -2,8 +2,10 @@
 // of calls: engines made and released (also twice, also through copies of stale handles),
 // frames of any size or content (or crops of one textured scene, so that the tracker finds
 // motion and key frames are merged), canvases of any shape, null records and outputs, saves
-// before any merge, the tracker's too-quick limits set at random. Engines are just above 640
-// pixels a side so that one run stays fast.
+// before any merge, the tracker's too-quick limits set at random, and the extension's calls
+// (JPEG to a file and to memory, last errors into buffers of any size, options, canvas sizes,
+// Camera2 frames of any strides, log level and sink). Engines are just above 640 pixels a side
+// so that one run stays fast.
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,6 +21,7 @@
 #include "quiet_log.h"
 #include "tracker/module_track.h"
 #include "zolt_pano.h"
+#include "zolt_pano_ext.h"
 
 namespace {
 
@@ -218,9 +221,96 @@ struct Program {
         ZOLT_PANO_Stitch();
         break;
       default:
-        ZOLT_PANO_GetVersion();
+        extension(in, h);
         break;
     }
+  }
+
+  void extension(FuzzInput& in, void* h) {
+    switch (in.pick(9)) {
+      case 0:
+        ZOLT_PANO_GetVersion();
+        break;
+      case 1: {
+        const std::string path = savePath + ".jpg";
+        const bool named = in.flag();
+        const int quality = in.pick(104) - 2;
+        ZOLT_PANO_SaveJpeg(h, named ? path.c_str() : nullptr, quality);
+        std::remove(path.c_str());
+        break;
+      }
+      case 2: {
+        unsigned char* data = nullptr;
+        size_t size = 0;
+        const int nulls = in.pick(8);
+        const int quality = in.pick(104) - 2;
+        ZOLT_PANO_EncodeJpeg(h, quality, nulls == 0 ? nullptr : &data,
+                             nulls == 1 ? nullptr : &size);
+        ZOLT_PANO_FreeBuffer(data);
+        break;
+      }
+      case 3: {  // a message buffer exactly as large as said (or none)
+        const int size = in.pick(300) - 10;
+        std::vector<char> message(std::max(size, 0));
+        const bool ofEngine = in.flag();
+        ZOLT_PANO_GetLastError(ofEngine ? h : nullptr, message.empty() ? nullptr : message.data(),
+                               size);
+        break;
+      }
+      case 4: {
+        const int option = in.pick(8) - 2;
+        ZOLT_PANO_SetOption(h, option, in.pick(65536) - 32768);
+        break;
+      }
+      case 5: {
+        int cw = 0, ch = 0;
+        const int nulls = in.pick(8);
+        const int w = in.pick(4000) - 100, hh = in.pick(4000) - 100, dir = in.pick(8) - 1;
+        const int sweep = in.flag() ? 0 : in.pick(65536) * 256 - 1000;
+        ZOLT_PANO_CanvasSize(w, hh, dir, sweep, nulls == 0 ? nullptr : &cw,
+                             nulls == 1 ? nullptr : &ch);
+        break;
+      }
+      case 6:
+        packNV21(in);
+        break;
+      case 7: {  // the level, always back to verbose (lines still formatted for the sink)
+        ZOLT_PANO_SetLogLevel(in.pick(12) - 1);
+        selectFrames(in);
+        ZOLT_PANO_SetLogLevel(ZOLT_PANO_LOG_VERBOSE);
+        break;
+      }
+      default: {  // the platform log for a moment, then the quiet sink again
+        ZOLT_PANO_SetLogSink(nullptr, nullptr);
+        ZOLT_PANO_SetLogLevel(ZOLT_PANO_LOG_SILENT);
+        ZOLT_PANO_GetLastError(nullptr, nullptr, 0);
+        ZOLT_PANO_SetLogLevel(ZOLT_PANO_LOG_VERBOSE);
+        zolt::fuzz::quietLog();
+        break;
+      }
+    }
+  }
+
+  // A YUV_420_888 frame of any size and strides; each plane as large as its strides say (the
+  // engine cannot see a buffer's size), U and V one buffer or two.
+  void packNV21(FuzzInput& in) {
+    const int w = in.pick(80) - 4;
+    const int h = in.pick(80) - 4;
+    const int yStride = w + in.pick(12) - 2;
+    const int pixel = in.pick(4);
+    const int uvStride = w + in.pick(12) - 6;
+    const int cw = std::max(w / 2, 0), ch = std::max(h / 2, 0);
+    const size_t ySize = static_cast<size_t>(std::max(yStride, 1)) * std::max(h, 1);
+    const size_t uvSize =
+        static_cast<size_t>(std::max(uvStride, 1)) * ch + static_cast<size_t>(cw) * pixel + 2;
+    uint8_t* y = buffer(ySize);
+    uint8_t* u = buffer(uvSize);
+    uint8_t* v = in.flag() ? u + 1 : buffer(uvSize);  // NV21 underneath: V one byte before U
+    if (v == u + 1) std::swap(u, v);
+    in.repeat(y, ySize, 32);
+    uint8_t* out = buffer(static_cast<size_t>(std::max(w, 0)) * std::max(h, 0) * 3 / 2);
+    const bool noY = in.pick(16) == 0;
+    ZOLT_PANO_PackNV21(noY ? nullptr : y, yStride, u, v, uvStride, pixel, w, h, out);
   }
 
   void run(FuzzInput& in) {

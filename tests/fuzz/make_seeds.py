@@ -56,6 +56,18 @@ def c_interface():
         b"".join(select() + add() for _ in range(6)) + other(4) + other(5)
     seeds["small_init"] = initial(size=3) + initial(size=4) + initial(size=5) + initial(nulls=0) + \
         initial(nulls=1) + initial(size=1) + initial(slot=0, size=2) + select()
+    # The extension's calls (other(5) -> pick(9)) after a few merged frames: JPEG to a file and
+    # to memory, the last error into a short buffer, an option, canvas sizes, Camera2 frames,
+    # a log level around a frame, the platform log for a moment.
+    def ext(what, arg=b""):
+        return other(5, arg=pick(what) + arg)
+    seeds["extension"] = initial() + b"".join(select() + add() for _ in range(10)) + \
+        ext(1, bytes([1]) + pick(92)) + ext(2, pick(5) + pick(62)) + ext(3, pick(18) + bytes([1])) + \
+        ext(4, pick(3) + pick(32769)) + ext(5, pick(5) + pick(1380) + pick(820) + pick(2) + bytes([1])) + \
+        ext(5, pick(5) + pick(1380) + pick(820) + pick(4) + bytes([0]) + pick(20)) + \
+        ext(6, pick(68) + pick(44) + pick(6) + pick(3) + pick(10) + bytes([1]) + b"\x40" * 32 + pick(3)) + \
+        ext(6, pick(68) + pick(44) + pick(2) + pick(2) + pick(6) + bytes([0]) + b"\x40" * 32 + pick(3)) + \
+        ext(7, pick(7) + select()) + ext(8) + ext(0) + ext(3, pick(300) + bytes([0]))
     return seeds
 
 
