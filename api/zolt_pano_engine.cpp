@@ -181,8 +181,8 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_AddImage(void* handle, void*, void*, void*, void*
                     "ZOLT_PANO_AddImage :: canvas full : the sweep has ended, nothing merged");
   else if (zolt::api::canvasFull(*engine))
     zolt::api::note(engine, ZOLT_PANO_ERR_CANVAS_FULL,
-                    "ZOLT_PANO_AddImage :: canvas full : the key frame does not fit, the "
-                    "panorama ends with the one before");
+                    "ZOLT_PANO_AddImage :: canvas full : the sweep reached the canvas's end, "
+                    "the panorama ends with the last key frame merged");
   return 0;
 }
 

@@ -159,7 +159,9 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_CanvasSize(int previewWidth, int previewHeight, i
                     maxSweepLength, along);
     return ZOLT_PANO_ERR_BAD_ARGUMENT;
   }
-  const int64_t side = evenUp(std::min<int64_t>(length, INT32_MAX - 1));
+  // The merger takes a frame only while the panorama's far edge stays inside the canvas by a
+  // pixel: a panorama of `length` pixels needs one more.
+  const int64_t side = evenUp(std::min<int64_t>(length + 1, INT32_MAX - 1));
   if (side * across * 3 / 2 > INT32_MAX) {
     zolt::api::note(nullptr, ZOLT_PANO_ERR_BAD_ARGUMENT,
                     "%s :: sweep of %lld pixels : the canvas would exceed 2^31 - 1 bytes", where,

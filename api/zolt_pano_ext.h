@@ -174,11 +174,13 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_EncodeJpeg(void* handle, int quality, unsigned ch
                                           size_t* size);
 ZOLT_PANO_EXPORT void ZOLT_PANO_FreeBuffer(void* data);
 
-/* The canvas for ZOLT_PANO_AddImage. direction 1 or 2 (horizontal): previewHeight high and
- * maxSweepLength wide; 3 or 4 (vertical): previewWidth wide and maxSweepLength high, each side
- * rounded up to even. maxSweepLength counts the frame itself (the final sweepLength of
- * ZOLT_PANO_SelectFrames); at least the frame's side, 0: one whole turn of the phone at the
- * engine's field of view (62.2 x 39.8 degrees), which no sweep exceeds. direction 0: the record
+/* The canvas for ZOLT_PANO_AddImage that holds a panorama of up to maxSweepLength pixels along
+ * the sweep, the first frame included. direction 1 or 2 (horizontal): previewHeight high;
+ * 3 or 4 (vertical): previewWidth wide; along the sweep maxSweepLength + 1 rounded up to even
+ * (the merger keeps a frame's far edge inside the canvas). maxSweepLength is at least the frame's
+ * side; 0: one whole turn of the phone at the engine's field of view (62.2 x 39.8 degrees), which
+ * no sweep exceeds (13034 x 1080 for a 1920 x 1080 preview). The sweepLength that
+ * ZOLT_PANO_SelectFrames reports trails the panorama by up to a key frame's step. direction 0: the record
  * to pass while the direction is not yet known (the preview's size: its planes are not read
  * before the first merge, which comes with the frame that fixes the direction). Allocate
  * width * height * 3 / 2 bytes, the VU plane directly behind the Y plane. Returns 0, or

@@ -337,11 +337,13 @@ TEST(ZoltPanoExt, CanvasSizeFitsEachDirectionAndRefusesWhatCannotBe) {
       ASSERT_EQ(ZOLT_PANO_CanvasSize(w, h, dir, 0, &cw, &ch), 0);
       EXPECT_EQ(horizontal ? ch : cw, horizontal ? h : w);
       const int length = horizontal ? cw : ch;
-      EXPECT_GE((length - along) * fovDeg / along, 360.0);
-      EXPECT_LT((length - along - 2) * fovDeg / along, 360.0);
+      EXPECT_GE((length - 1 - along) * fovDeg / along, 360.0);
+      EXPECT_LT((length - 3 - along) * fovDeg / along, 360.0);
       EXPECT_EQ(length % 2, 0);
       ASSERT_EQ(ZOLT_PANO_CanvasSize(w, h, dir, along + 1001, &cw, &ch), 0);
       EXPECT_EQ(horizontal ? cw : ch, along + 1002);
+      ASSERT_EQ(ZOLT_PANO_CanvasSize(w, h, dir, along + 1002, &cw, &ch), 0);
+      EXPECT_EQ(horizontal ? cw : ch, along + 1004);  // the far edge stays inside by a pixel
     }
   }
   const struct {
@@ -357,29 +359,45 @@ TEST(ZoltPanoExt, CanvasSizeFitsEachDirectionAndRefusesWhatCannotBe) {
   EXPECT_EQ(takeError(nullptr), ZOLT_PANO_ERR_NULL_ARGUMENT);
 }
 
-// A canvas a little longer than a frame: the key frame that does not fit is reported, and every
-// later frame; the panorama built so far is still saved.
-TEST(ZoltPanoExt, FullCanvasIsReportedAndThePanoramaSoFarIsSaved) {
+// A sweep's panorama fits a canvas sized by its length, and is the same panorama; one two pixels
+// shorter is full: the key frame that does not fit is reported, and every later frame, and the
+// panorama built so far is still saved.
+TEST(ZoltPanoExt, CanvasOfTheSweepsLengthHoldsItAndAShorterOneIsReportedFull) {
   QuietLog quiet;
   zolt::sim::SweepSimulator sim(steadySweep(40));
-  Stitch s(sim, sim.width() + 300, [](uint8_t* nv21, uint8_t*) { return nv21; });
-  EXPECT_TRUE(s.refusals.count(ZOLT_PANO_ERR_CANVAS_FULL)) << s.keyFrames;
+  const int w = sim.width(), h = sim.height();
+  auto asIs = [](uint8_t* nv21, uint8_t*) { return nv21; };
+  auto jpeg = [](void* handle) {
+    unsigned char* data = nullptr;
+    size_t size = 0;
+    EXPECT_EQ(ZOLT_PANO_EncodeJpeg(handle, 0, &data, &size), 0);
+    const Bytes bytes(data, data + size);
+    ZOLT_PANO_FreeBuffer(data);
+    return bytes;
+  };
+  Stitch ample(sim, 3 * w, asIs);
+  ASSERT_EQ(ample.direction, ZOLT_PANO_MOVE_RIGHT);
+  const int length = ample.valid.right;  // a right sweep's panorama starts at the canvas's left
+  ASSERT_GT(length, w + 100);
+  Stitch exact(sim, length, asIs);
+  EXPECT_EQ(exact.refusals, std::set<int>{0});
+  EXPECT_EQ(zolt::test::corners(exact.valid), zolt::test::corners(ample.valid));
+  EXPECT_TRUE(jpeg(exact.handle) == jpeg(ample.handle));
+
+  Stitch shorter(sim, length - 2, asIs);
+  EXPECT_EQ(shorter.refusals, (std::set<int>{0, ZOLT_PANO_ERR_CANVAS_FULL}));
+  EXPECT_LT(shorter.valid.right, length);
+  Bytes frame(sim.frameBytes(), 100);
+  __tag_ZOLT_OFFSCREEN rec{0, w, h, frame.data(), frame.data() + static_cast<size_t>(w) * h};
   tsPOINT offset;
   long key;
-  int dir, length;
-  Bytes frame(sim.frameBytes(), 100);
-  __tag_ZOLT_OFFSCREEN rec{0, sim.width(), sim.height(), frame.data(),
-                           frame.data() + static_cast<size_t>(sim.width()) * sim.height()};
-  ZOLT_PANO_SelectFrames(s.handle, nullptr, nullptr, &rec, nullptr, &offset, &key, nullptr, &dir,
-                         &length);
+  int dir, sweepLength;
+  ZOLT_PANO_SelectFrames(shorter.handle, nullptr, nullptr, &rec, nullptr, &offset, &key, nullptr,
+                         &dir, &sweepLength);
   std::string message;
-  EXPECT_EQ(takeError(s.handle, &message), ZOLT_PANO_ERR_CANVAS_FULL);
+  EXPECT_EQ(takeError(shorter.handle, &message), ZOLT_PANO_ERR_CANVAS_FULL);
   EXPECT_EQ(message, "ZOLT_PANO_SelectFrames :: canvas full : the sweep has ended, frame ignored");
-  unsigned char* data = nullptr;
-  size_t size = 0;
-  ASSERT_EQ(ZOLT_PANO_EncodeJpeg(s.handle, 0, &data, &size), 0);
-  EXPECT_GT(size, 1000u);
-  ZOLT_PANO_FreeBuffer(data);
+  EXPECT_GT(jpeg(shorter.handle).size(), 1000u);
 }
 
 // The level drops lines before any sink sees them; the sink gets every line that passes, from
