@@ -20,11 +20,18 @@
 
 namespace {
 
-// Encodes the cropped panorama of a live engine at `quality` (0: the encoder's default, the
-// quality of ZOLT_PANO_SaveImage). Returns 0 or the refusal, which is logged and kept.
-int encodePanorama(OrreryEngine* engine, int quality, const char* where,
-                   std::vector<uchar>& bytes, cv::Size& size) {
+// The JPEG of the engine behind `handle`: its cropped panorama at `quality` (0: the encoder's
+// default, the quality of ZOLT_PANO_SaveImage). `given`: the call's pointers are all there.
+// Returns 0 (with *engine set) or the refusal, which is logged and kept.
+int encodePanorama(void* handle, bool given, int quality, const char* where,
+                   OrreryEngine** engineOut, std::vector<uchar>& bytes, cv::Size& size) {
   using zolt::api::refuse;
+  OrreryEngine* engine = *engineOut = zolt::api::liveEngine(handle, where);
+  if (engine == nullptr) return ZOLT_PANO_ERR_NOT_ENGINE;
+  if (!given) {
+    refuse(engine, ZOLT_PANO_ERR_NULL_ARGUMENT, "%s :: NULL argument : call ignored", where);
+    return ZOLT_PANO_ERR_NULL_ARGUMENT;
+  }
   if (quality < 0 || quality > 100) {
     refuse(engine, ZOLT_PANO_ERR_BAD_ARGUMENT,
            "%s :: quality %d : 1 to 100, or 0 for the default : call ignored", where, quality);
@@ -61,16 +68,11 @@ extern "C" {
 
 ZOLT_PANO_EXPORT int ZOLT_PANO_SaveJpeg(void* handle, const char* path, int quality) {
   const char* where = "ZOLT_PANO_SaveJpeg";
-  OrreryEngine* engine = zolt::api::liveEngine(handle, where);
-  if (engine == nullptr) return ZOLT_PANO_ERR_NOT_ENGINE;
-  if (path == nullptr) {
-    zolt::api::refuse(engine, ZOLT_PANO_ERR_NULL_ARGUMENT, "%s :: NULL argument : call ignored",
-                      where);
-    return ZOLT_PANO_ERR_NULL_ARGUMENT;
-  }
+  OrreryEngine* engine = nullptr;
   std::vector<uchar> bytes;
   cv::Size size;
-  if (const int rc = encodePanorama(engine, quality, where, bytes, size)) return rc;
+  const int rc = encodePanorama(handle, path != nullptr, quality, where, &engine, bytes, size);
+  if (rc != 0) return rc;
   std::FILE* f = std::fopen(path, "wb");
   if (f == nullptr) {
     zolt::api::refuse(engine, ZOLT_PANO_ERR_WRITE_FAILED, "%s :: cannot write '%s' : %s", where,
@@ -96,16 +98,12 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_EncodeJpeg(void* handle, int quality, unsigned ch
   const char* where = "ZOLT_PANO_EncodeJpeg";
   if (data != nullptr) *data = nullptr;
   if (size != nullptr) *size = 0;
-  OrreryEngine* engine = zolt::api::liveEngine(handle, where);
-  if (engine == nullptr) return ZOLT_PANO_ERR_NOT_ENGINE;
-  if (data == nullptr || size == nullptr) {
-    zolt::api::refuse(engine, ZOLT_PANO_ERR_NULL_ARGUMENT, "%s :: NULL argument : call ignored",
-                      where);
-    return ZOLT_PANO_ERR_NULL_ARGUMENT;
-  }
+  OrreryEngine* engine = nullptr;
   std::vector<uchar> bytes;
   cv::Size panoSize;
-  if (const int rc = encodePanorama(engine, quality, where, bytes, panoSize)) return rc;
+  const int rc = encodePanorama(handle, data != nullptr && size != nullptr, quality, where,
+                                &engine, bytes, panoSize);
+  if (rc != 0) return rc;
   auto* out = static_cast<unsigned char*>(std::malloc(bytes.size()));
   if (out == nullptr) {
     zolt::api::refuse(engine, ZOLT_PANO_ERR_INTERNAL, "%s :: out of memory", where);

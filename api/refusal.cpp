@@ -26,6 +26,14 @@ void keep(OrreryEngine* engine, int code, const char* message) {
   copyMessage(message, tMessage, sizeof tMessage);
 }
 
+// The message, formatted once: logged as one error line when `log`, and kept.
+void keepFormatted(OrreryEngine* engine, int code, bool log, const char* fmt, va_list ap) {
+  char message[kMessageBytes];
+  std::vsnprintf(message, sizeof message, fmt, ap);
+  if (log) ZLOGE("%s", message);
+  keep(engine, code, message);
+}
+
 }  // namespace
 
 void copyMessage(const char* text, char* message, int messageSize) {
@@ -36,22 +44,17 @@ void copyMessage(const char* text, char* message, int messageSize) {
 }
 
 void refuse(OrreryEngine* engine, int code, const char* fmt, ...) {
-  char message[kMessageBytes];
   va_list ap;
   va_start(ap, fmt);
-  std::vsnprintf(message, sizeof message, fmt, ap);
+  keepFormatted(engine, code, true, fmt, ap);
   va_end(ap);
-  ZLOGE("%s", message);
-  keep(engine, code, message);
 }
 
 void note(OrreryEngine* engine, int code, const char* fmt, ...) {
-  char message[kMessageBytes];
   va_list ap;
   va_start(ap, fmt);
-  std::vsnprintf(message, sizeof message, fmt, ap);
+  keepFormatted(engine, code, false, fmt, ap);
   va_end(ap);
-  keep(engine, code, message);
 }
 
 int takeThreadError(char* message, int messageSize) {
