@@ -42,6 +42,21 @@ static int check_frame_call(void* handle, int k, int rc) {
   return -1;
 }
 
+/* Whether the file at `path` holds exactly `size` bytes equal to `data`. */
+static int same_as_file(const char* path, const unsigned char* data, size_t size) {
+  unsigned char buf[4096];
+  size_t at = 0, n;
+  int same = 1;
+  FILE* f = fopen(path, "rb");
+  if (f == NULL) return 0;
+  while (same && (n = fread(buf, 1, sizeof buf, f)) > 0) {
+    same = at + n <= size && memcmp(buf, data + at, n) == 0;
+    at += n;
+  }
+  fclose(f);
+  return same && at == size;
+}
+
 /* Nanoseconds, rounded to the nearest (without libm). */
 static long long to_ns(double ms) {
   const double ns = ms * 1e6;
@@ -55,6 +70,8 @@ int main(int argc, char** argv) {
   void* handle = NULL;
   unsigned char* nv21 = NULL;
   unsigned char* canvasBytes = NULL;
+  unsigned char* jpeg = NULL;
+  size_t jpegSize = 0;
   size_t nextEvent = 0;
   int status = 1, rc, k, frames = 0, keyFrames = 0, lastCode = ZOLT_PANO_SUCCESS;
 
@@ -165,6 +182,16 @@ int main(int argc, char** argv) {
     print_refusal(handle, rc);
     goto done;
   }
+  /* The same panorama in memory (an app that stores through its own API) is the file's bytes. */
+  rc = ZOLT_PANO_EncodeJpeg(handle, 0, &jpeg, &jpegSize);
+  if (rc != 0) {
+    print_refusal(handle, rc);
+    goto done;
+  }
+  if (!same_as_file(argv[2], jpeg, jpegSize)) {
+    fprintf(stderr, "stitch_sweep: ZOLT_PANO_EncodeJpeg gave other bytes than %s\n", argv[2]);
+    goto done;
+  }
   status = 0;
 
 done:
@@ -174,10 +201,12 @@ done:
     status = 1;
   }
   zolt_host_sensor_set_gyroscope(0);
+  ZOLT_PANO_FreeBuffer(jpeg);
   free(canvasBytes);
   free(nv21);
   sweep_close(&sweep);
   if (status == 0)
-    printf("stitch_sweep: %d frames, %d key frames, panorama %s\n", frames, keyFrames, argv[2]);
+    printf("stitch_sweep: %d frames, %d key frames, panorama %s (%lu bytes, the same in memory)\n",
+           frames, keyFrames, argv[2], (unsigned long)jpegSize);
   return status;
 }

@@ -7,6 +7,7 @@
 #include <android/log.h>
 
 #include <array>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -468,4 +469,14 @@ TEST(ZoltPanoExt, LogLevelAndSinkCoverTheGyroscopeThread) {
              {"9", 2},     {"1", 2},      {"6x", 2}, {"WARN", 2},  {"verbose", 2}, {"fatal", 7}};
   for (const auto& e : env)
     EXPECT_EQ(zolt::log::levelFromEnvironment(e.value), e.level) << (e.value ? e.value : "unset");
+}
+
+// The starting level as the host reads it from ZOLTPANO_LOG_LEVEL at load time (ctest runs this
+// one again with the variable set: log_level_from_environment).
+TEST(ZoltPanoExt, StartingLevelComesFromTheEnvironment) {
+  const char* value = std::getenv("ZOLTPANO_LOG_LEVEL");
+  EXPECT_EQ(ZOLT_PANO_GetLogLevel(), zolt::log::levelFromEnvironment(value));
+  if (value != nullptr && std::string(value) == "error") {
+    EXPECT_EQ(ZOLT_PANO_GetLogLevel(), ZOLT_PANO_LOG_ERROR);
+  }
 }

@@ -8,6 +8,10 @@
 #include <stdlib.h>
 #include <string.h>
 
+/* An application's own headers may define names that zolt_pano.h declares bare; the extension
+ * header reads zolt_pano.h with them set aside, and its ZOLT_PANO_ names serve instead. */
+#define SUCCESS 0
+#define MOVE_NONE 0
 #include <zolt_pano_ext.h>
 #ifdef ZOLT_CONSUMER_HOST_SENSOR
 #include <zolt_host_sensor.h>
