@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 jobs=${1:-${ZOLTPANO_JOBS:-2}}
 
 programs=(test_gyroscope_lib test_sensor_interface test_host_sensor test_zolt_pano_api
-          test_orrery_engine test_zolt_pano_engine)
+          test_orrery_engine test_zolt_pano_engine test_zolt_pano_ext)
 
 cmake -S . -B build/tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZOLTPANO_SANITIZE=thread \
   -DZOLTPANO_BENCHMARKS=OFF -DZOLTPANO_TOOLS=OFF -DZOLTPANO_WERROR=ON
