@@ -59,16 +59,4 @@ bool canvasFits(OrreryEngine& engine, const __tag_ZOLT_OFFSCREEN* canvas, const 
   return true;
 }
 
-bool canvasFull(const OrreryEngine& engine) {
-  constexpr int kMergerCanvasFull = 6;  // ModuleMerge::mergeState once a frame no longer fits
-  return engine.merger->mergeState == kMergerCanvasFull;
-}
-
-bool stoppedAtCanvasEnd(const OrreryEngine& engine) {
-  // The engine's gate lets frames through in the no-feature (1) and wrong-direction (5) states
-  // without looking at the merger.
-  const int s = engine.tracker->uiState;
-  return s != 1 && s != 5 && canvasFull(engine);
-}
-
 }  // namespace zolt::api

@@ -20,10 +20,4 @@ bool frameFits(OrreryEngine& engine, const __tag_ZOLT_OFFSCREEN* frame, const ch
 // at least as wide for a horizontal sweep (as wide and at least as high for a vertical one).
 bool canvasFits(OrreryEngine& engine, const __tag_ZOLT_OFFSCREEN* canvas, const char* where);
 
-// Whether the engine stops every frame because the sweep reached the canvas's end: the state in
-// which both per-frame calls return at once.
-bool stoppedAtCanvasEnd(const OrreryEngine& engine);
-// Whether the merger has found the canvas full (the key frame of the last AddImage did not fit).
-bool canvasFull(const OrreryEngine& engine);
-
 }  // namespace zolt::api

@@ -1,8 +1,8 @@
 #include "api/refusal.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <algorithm>
 #include <cstring>
 
 #include "api/engine_registry.h"

@@ -17,16 +17,24 @@
 
 namespace {
 
-// Logs what escaped the engine and keeps it as the call's failure (`code`, by default an
-// internal one); the caller only sees result codes.
-void logException(OrreryEngine* engine, const char* where, int code = ZOLT_PANO_ERR_INTERNAL) {
+// What the exception being handled says.
+const char* currentWhat() {
   try {
     throw;
   } catch (const std::exception& e) {
-    zolt::api::refuse(engine, code, "%s : exception : %s", where, e.what());
+    return e.what();  // the object lives on while the caller's handler runs
   } catch (...) {
-    zolt::api::refuse(engine, code, "%s : unknown exception", where);
+    return nullptr;
   }
+}
+
+// Logs what escaped the engine and keeps it as the call's internal failure; the caller only sees
+// result codes.
+void logException(OrreryEngine* engine, const char* where) {
+  if (const char* what = currentWhat())
+    zolt::api::refuse(engine, ZOLT_PANO_ERR_INTERNAL, "%s : exception : %s", where, what);
+  else
+    zolt::api::refuse(engine, ZOLT_PANO_ERR_INTERNAL, "%s : unknown exception", where);
 }
 
 // Null arguments of the calls that take them: refused with one error line.
@@ -104,21 +112,18 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_Initial(tag_ZOLT_PANO_INIT_PARAM* param, void** h
   try {
     engine = new OrreryEngine(param->mode);
     engine->zolt_init_pano(param->previewWidth, param->previewHeight);
-  } catch (const std::exception& e) {
+  } catch (...) {
     ZLOGE("%s :: Invalid Dimensions : returning ERROR", "ZOLT_PANO_Initial");
     delete engine;  // the half-built engine holds nothing else: the tracker freed itself
     const int w = param->previewWidth, h = param->previewHeight;
+    const char* what = currentWhat();
     if (w <= 640 || h <= 640)
       zolt::api::note(nullptr, ERR_INVALID_DIMENSIONS,
                       "ZOLT_PANO_Initial :: preview %dx%d : both sides must be above 640", w, h);
     else
       zolt::api::note(nullptr, ERR_INVALID_DIMENSIONS,
-                      "ZOLT_PANO_Initial :: no engine for a %dx%d preview : %s", w, h, e.what());
-    return ERR_INVALID_DIMENSIONS;
-  } catch (...) {
-    ZLOGE("%s :: Invalid Dimensions : returning ERROR", "ZOLT_PANO_Initial");
-    delete engine;
-    zolt::api::note(nullptr, ERR_INVALID_DIMENSIONS, "ZOLT_PANO_Initial :: no engine built");
+                      "ZOLT_PANO_Initial :: no engine for a %dx%d preview : %s", w, h,
+                      what != nullptr ? what : "unknown exception");
     return ERR_INVALID_DIMENSIONS;
   }
   *handle = engine;
@@ -141,7 +146,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_SelectFrames(void* handle, void*, void*, __tag_ZO
   zolt::api::setFrameRefused(engine, !usable);
   if (!usable) return ERR_INVALID_DIMENSIONS;
   // The engine answers such a frame with its last code, as if it had been tracked.
-  if (zolt::api::stoppedAtCanvasEnd(*engine))
+  if (engine->stoppedAtCanvasEnd())
     zolt::api::note(engine, ZOLT_PANO_ERR_CANVAS_FULL,
                     "ZOLT_PANO_SelectFrames :: canvas full : the sweep has ended, frame ignored");
   const int64_t start = zolt::ticks();
@@ -170,7 +175,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_AddImage(void* handle, void*, void*, void*, void*
                       "%s :: last frame was refused : nothing to merge", "ZOLT_PANO_AddImage");
     return 0;
   }
-  const bool stopped = zolt::api::stoppedAtCanvasEnd(*engine);
+  const bool stopped = engine->stoppedAtCanvasEnd();
   try {
     engine->provideNV21Image_AddImage(panorama, validRect, progress);
   } catch (...) {
@@ -179,7 +184,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_AddImage(void* handle, void*, void*, void*, void*
   if (stopped)
     zolt::api::note(engine, ZOLT_PANO_ERR_CANVAS_FULL,
                     "ZOLT_PANO_AddImage :: canvas full : the sweep has ended, nothing merged");
-  else if (zolt::api::canvasFull(*engine))
+  else if (engine->merger->mergeState == ModuleMerge::kCanvasFull)
     zolt::api::note(engine, ZOLT_PANO_ERR_CANVAS_FULL,
                     "ZOLT_PANO_AddImage :: canvas full : the sweep reached the canvas's end, "
                     "the panorama ends with the last key frame merged");
@@ -225,10 +230,10 @@ ZOLT_PANO_EXPORT void ZOLT_PANO_SaveImage(void* handle, std::string fileName) {
     name = fileName + ".jpg";
     engine->storeOutputTo(&name[0]);
   } catch (...) {
-    logException(engine, "ZOLT_PANO_SaveImage", merged ? ZOLT_PANO_ERR_WRITE_FAILED
-                                                       : ZOLT_PANO_ERR_NOTHING_TO_SAVE);
+    logException(engine, "ZOLT_PANO_SaveImage");
   }
-  // The engine's own lines said what happened; the caller gets it as a code too.
+  // The engine's own lines said what happened; the caller gets it as a code too (in place of
+  // the exception, when the image writer threw).
   if (!merged)
     zolt::api::note(engine, ZOLT_PANO_ERR_NOTHING_TO_SAVE,
                     "ZOLT_PANO_SaveImage :: nothing to save : no key frame merged yet");

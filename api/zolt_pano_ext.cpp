@@ -13,6 +13,7 @@
 #include "api/engine_registry.h"
 #include "api/refusal.h"
 #include "platform/log.h"
+#include "tracker/module_track.h"
 
 namespace {
 
@@ -52,10 +53,6 @@ const CodeText* find(int code) {
     if (c.code == code) return &c;
   return nullptr;
 }
-
-// The field of view the engine assumes, degrees across the frame's long and short side.
-constexpr double kLongSideFovDeg = 62.2;
-constexpr double kShortSideFovDeg = 39.8;
 
 int evenUp(int64_t v) { return static_cast<int>(v + (v & 1)); }
 
@@ -150,7 +147,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_CanvasSize(int previewWidth, int previewHeight, i
   }
   int64_t length = maxSweepLength;
   if (length == 0) {  // one whole turn beyond the first frame
-    const double fov = (along >= across) ? kLongSideFovDeg : kShortSideFovDeg;
+    const double fov = (along >= across) ? ModuleTrack::kHfovDeg : ModuleTrack::kVfovDeg;
     length = along + static_cast<int64_t>(std::ceil(along * 360.0 / fov));
   }
   if (length < along) {

@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr int kMergerCanvasFull = 6;  // ModuleMerge::mergeState once a frame no longer fits
-
 bool isHorizontal(int d) { return static_cast<unsigned>(d - 1) < 2u; }
 bool isVertical(int d) { return static_cast<unsigned>(d - 3) < 2u; }
 
@@ -49,14 +47,19 @@ int OrreryEngine::provideIMU(float* angles, float* rotation) {
   return r;
 }
 
+bool OrreryEngine::stoppedAtCanvasEnd() const {
+  const int s = tracker->uiState;
+  return s != 1 && s != 5 && merger->mergeState == ModuleMerge::kCanvasFull;
+}
+
 bool OrreryEngine::error_condition_check(long& code) {
   const int s = tracker->uiState;
   code = tracker->errCode;
+  if (stoppedAtCanvasEnd()) {
+    ZLOGI("stop - warn: LoopStop******************************");
+    return false;
+  }
   if (s != 1 && s != 5) {
-    if (merger->mergeState == kMergerCanvasFull) {
-      ZLOGI("stop - warn: LoopStop******************************");
-      return false;
-    }
     if (s != 3 && s != 4) {
       if (s == 2) ZLOGI("warn: please move slow******************************");
       return true;

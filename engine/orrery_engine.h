@@ -47,6 +47,9 @@ class ZOLT_PANO_EXPORT OrreryEngine {
                                    int* direction, int* sweepLength);
   int provideNV21Image_AddImage(__tag_ZOLT_OFFSCREEN* panorama, tsRECT* validRect, int* progress);
   bool error_condition_check(long& code);
+  // Whether error_condition_check stops every frame because the sweep reached the canvas's end
+  // (it does not look at the merger in the no-feature and wrong-direction states).
+  bool stoppedAtCanvasEnd() const;
   void GrabInfo_Tracking(tsPOINT* offset, long* isKeyFrame);
   // Writes the cropped panorama to fileName as it stands (the interface appends ".jpg").
   void storeOutputTo(char* fileName);

@@ -130,7 +130,7 @@ void ModuleMerge::merging_frames(NV21Img& frame, MoveDirection dir) {
     case MOVE_RIGHT:
       if (cx < lastMergedX) return;
       if (cx >= panoWidth - halfFrameWidth) {
-        mergeState = 6;
+        mergeState = kCanvasFull;
         return;
       }
       merge_ToRight_linear_YUV_withSeam(cx, frame, seam);
@@ -141,7 +141,7 @@ void ModuleMerge::merging_frames(NV21Img& frame, MoveDirection dir) {
       const int centre = cx + (panoWidth - frameWidth);
       if (centre > lastMergedX) return;
       if (centre <= halfFrameWidth) {
-        mergeState = 6;
+        mergeState = kCanvasFull;
         return;
       }
       merge_ToLeft_linear_YUV_withSeam(centre, frame, seam);
@@ -152,7 +152,7 @@ void ModuleMerge::merging_frames(NV21Img& frame, MoveDirection dir) {
     case MOVE_DOWN:
       if (cy < lastMergedY) return;
       if (cy >= panoHeight - halfFrameHeight) {
-        mergeState = 6;
+        mergeState = kCanvasFull;
         return;
       }
       merge_ToBottom_linear_YUV_withSeam(cy, frame, seam);
@@ -163,7 +163,7 @@ void ModuleMerge::merging_frames(NV21Img& frame, MoveDirection dir) {
       const int centre = cy + (panoHeight - frameHeight);
       if (centre > lastMergedY) return;
       if (centre <= halfFrameHeight) {
-        mergeState = 6;
+        mergeState = kCanvasFull;
         return;
       }
       merge_ToTop_linear_YUV_withSeam(centre, frame, seam);

@@ -38,7 +38,8 @@ class ZOLT_PANO_EXPORT ModuleMerge {
   int32_t minOffsetY = 0;
   bool spareFlag3 = true;  // unused
   bool panoInitialised = false;
-  int32_t mergeState = 0;     // 6: a frame no longer fits on the canvas
+  static constexpr int32_t kCanvasFull = 6;  // mergeState once a frame no longer fits
+  int32_t mergeState = 0;     // kCanvasFull: a frame no longer fits on the canvas
   int32_t panoDirection = 0;  // MoveDirection of the sweep, set at the first frame
   float texturelessDevFrame = 3.0f;  // largest mean abs deviation of a flat frame block
   float texturelessDevPano = 5.0f;   // the same for a canvas block

@@ -37,8 +37,8 @@ ModuleTrack::ModuleTrack(int width, int height) : pixelAlign(std::max(width, 0))
   frameHeight = height;
   cx = smallWidth * 0.5;
   cy = smallHeight * 0.5;
-  hfovDeg = 62.2;
-  vfovDeg = 39.8;
+  hfovDeg = kHfovDeg;
+  vfovDeg = kVfovDeg;
   fx = width * 0.8288594721265301 * scale;
   fy = height * 1.3812347516498487 * scale;
   rowRange = cv::Range(0, static_cast<int>(smallHeight));

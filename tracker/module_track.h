@@ -27,6 +27,9 @@ class ZOLT_PANO_EXPORT ModuleTrack {
   double smallHeight;
   double cx;  // principal point, low resolution
   double cy;
+  // The field of view assumed for every camera, degrees across the frame's long and short side.
+  static constexpr double kHfovDeg = 62.2;
+  static constexpr double kVfovDeg = 39.8;
   double hfovDeg;
   double vfovDeg;
   double fx;  // focal lengths, low-resolution pixels
