@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "sim/sim_error.h"
 #include "sim/sweep_reader.h"
@@ -10,13 +11,26 @@
 
 namespace zolt::tools {
 
-GyroFeed::GyroFeed(const std::string& path, double offsetMs) : offsetMs_(offsetMs) {
+namespace {
+
+std::vector<sim::GyroEvent> readEvents(const std::string& path) {
+  std::vector<sim::GyroEvent> events;
   try {
-    events_ = sim::SweepReader::readGyroCsv(path);
+    events = sim::SweepReader::readGyroCsv(path);
   } catch (const sim::SimError& e) {
     throw InputError(e.what());
   }
-  if (events_.empty()) throw InputError("'" + path + "' holds no gyroscope events");
+  if (events.empty()) throw InputError("'" + path + "' holds no gyroscope events");
+  return events;
+}
+
+}  // namespace
+
+GyroFeed::GyroFeed(const std::string& path, double offsetMs)
+    : GyroFeed(readEvents(path), offsetMs) {}
+
+GyroFeed::GyroFeed(std::vector<sim::GyroEvent> events, double offsetMs)
+    : events_(std::move(events)), offsetMs_(offsetMs) {
   std::stable_sort(events_.begin(), events_.end(),
                    [](const sim::GyroEvent& a, const sim::GyroEvent& b) { return a.tNs < b.tNs; });
   zolt_host_sensor_set_gyroscope(1);
@@ -26,6 +40,10 @@ GyroFeed::~GyroFeed() { zolt_host_sensor_set_gyroscope(0); }
 
 int64_t GyroFeed::stampFor(double frameMs) const {
   return std::llround((frameMs + offsetMs_) * 1e6);
+}
+
+void GyroFeed::append(const std::vector<sim::GyroEvent>& events) {
+  events_.insert(events_.end(), events.begin(), events.end());
 }
 
 void GyroFeed::feedUpTo(double frameMs) {

@@ -18,11 +18,15 @@ class GyroFeed {
   // host a gyroscope from the next ZOLT_PANO_Initial on. offsetMs: how late the gyroscope's clock
   // runs against the frames' (its event for frame time t is stamped t + offsetMs).
   GyroFeed(const std::string& path, double offsetMs);
+  // The same from events in memory (a simulated sweep's); they need not be in time order.
+  GyroFeed(std::vector<sim::GyroEvent> events, double offsetMs);
   // Back to a host without a gyroscope.
   ~GyroFeed();
   GyroFeed(const GyroFeed&) = delete;
   GyroFeed& operator=(const GyroFeed&) = delete;
 
+  // Adds events that arrived since (a live source's, stamped after every event held so far).
+  void append(const std::vector<sim::GyroEvent>& events);
   // Pushes the events stamped up to frame time `frameMs` (ms on the frames' clock) not pushed
   // yet, and waits until the engine has taken them.
   void feedUpTo(double frameMs);

@@ -68,7 +68,7 @@ int runStitchReporting(const std::string& command, const std::string& input,
   } catch (const InputError& e) {
     printError(command, e.what());
     return kExitFailure;
-  } catch (const StitchError& e) {
+  } catch (const SessionError& e) {
     printError(command, e.what());
     return kExitFailure;
   } catch (const cv::Exception& e) {

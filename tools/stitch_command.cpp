@@ -11,6 +11,7 @@
 #include "tools/frame_source.h"
 #include "tools/stitch_cli.h"
 #include "tools/stitch_session.h"
+#include "zolt_pano_ext.h"
 
 namespace zolt::tools {
 namespace {
@@ -19,6 +20,7 @@ struct StitchArgs {
   std::string input;
   std::string name;
   std::string gyro;
+  bool travel = false;
   StitchCliArgs common;
 };
 
@@ -27,6 +29,7 @@ int runStitch(StitchArgs& a) {
   SourceOptions src;
   if (int rc = applyStitchCli(a.common, "stitch", a.name, opt, src); rc != kExitOk) return rc;
   opt.gyroPath = a.gyro;
+  opt.measureTravel = a.travel;
   StitchResult r;
   const int rc = runStitchReporting("stitch", a.input, src, opt, r);
   if (rc != kExitOk && r.panoramaPath.empty()) return rc;
@@ -39,6 +42,12 @@ int runStitch(StitchArgs& a) {
   if (!opt.gyroPath.empty())
     std::printf("gyroscope: %zu events from %s fed in step with the frames (clock %+.1f ms)\n",
                 r.gyroEvents, opt.gyroPath.c_str(), opt.gyroOffsetMs);
+  if (a.travel) {
+    const double placed = placedTravelPx(r), measured = measuredTravelPx(r);
+    std::printf("travel: the key frames span %.0f px, the camera moved %.1f px between them "
+                "(chained phase correlation): length ratio %.4f\n",
+                placed, measured, lengthRatio(placed, measured));
+  }
   if (r.rotation != 0)
     std::printf("frames of %dx%d, turned %d degrees clockwise as the clip's rotation metadata asks\n",
                 r.frameWidth, r.frameHeight, r.rotation);
@@ -54,10 +63,7 @@ int runStitch(StitchArgs& a) {
         pano = "panorama " + std::to_string(c.panoramaSize.width) + "x" +
                std::to_string(c.panoramaSize.height) + " in " + c.panoramaPath;
       std::string ended;
-      if (c.endCode != SUCCESS) {
-        const std::string h = hintFor(c.endCode);
-        ended = "; ended by: " + h.substr(0, h.find(':'));
-      }
+      if (c.endCode != SUCCESS) ended = std::string("; ended by ") + ZOLT_PANO_CodeName(c.endCode);
       std::printf("  capture %d: frames %d-%d, %s sweep, %d key frames, %s%s%s\n", c.number,
                   c.firstFrame, c.lastFrame, directionName(c.direction).c_str(), c.keyFrames,
                   pano.c_str(), ended.c_str(),
@@ -78,6 +84,9 @@ CommandRegistration registration([](CLI::App& program) {
   app->add_option("--gyro", args->gyro,
                   "gyroscope events (a gyro.csv as zoltpano simulate writes it) for the engine")
       ->check(CLI::ExistingFile);
+  app->add_flag("--travel", args->travel,
+                "also measure the camera's travel from the frames and compare the key frames' span "
+                "with it");
   addStitchCliOptions(app, args->common);
   return Command{app, [args] { return runStitch(*args); }};
 });

@@ -8,6 +8,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "tools/stitch_progress.h"
 #include "tools/stitch_session.h"
 
 namespace zolt::tools {
@@ -138,7 +139,7 @@ cv::Mat drawPlot(const StitchResult& r) {
   // Legend of the codes seen.
   int lx = left;
   for (int code : r.codesSeen) {
-    const std::string h = code == SUCCESS ? "ok" : hintFor(code).substr(0, hintFor(code).find(':'));
+    const std::string h = code == SUCCESS ? "ok" : hintText(code);
     cv::rectangle(m, {lx, 8}, {lx + 14, 22}, codeColour(code), cv::FILLED);
     text(m, h, {lx + 18, 20}, 0.45);
     lx += 30 + 9 * static_cast<int>(h.size());
