@@ -25,10 +25,22 @@ void Capture::placeKeyFrame(const FrameRecord& f, const tsRECT& before) {
   const bool first = before.right < 0;
   int x = 0, y = 0;
   switch (rec.direction) {
-    case MOVE_RIGHT: x = rect.right - w; y = -f.offset.y; break;
-    case MOVE_LEFT: x = rect.left; y = -f.offset.y; break;
-    case MOVE_DOWN: x = f.offset.x; y = rect.bottom - h; break;
-    case MOVE_UP: x = f.offset.x; y = rect.top; break;
+    case MOVE_RIGHT:
+      x = rect.right - w;
+      y = -f.offset.y;
+      break;
+    case MOVE_LEFT:
+      x = rect.left;
+      y = -f.offset.y;
+      break;
+    case MOVE_DOWN:
+      x = f.offset.x;
+      y = rect.bottom - h;
+      break;
+    case MOVE_UP:
+      x = f.offset.x;
+      y = rect.top;
+      break;
     default: break;
   }
   const bool moved = first || (isHorizontal(rec.direction)
@@ -45,7 +57,7 @@ std::vector<uint8_t> Capture::finish(int endCode) {
   if (session.haveRect()) {
     const auto t0 = std::chrono::steady_clock::now();
     jpeg = session.encodeJpeg();
-    encodeMs = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
+    encodeMs = msSince(t0);
     const tsRECT& r = session.validRect();
     rec.panoramaSize = cv::Size(r.right - r.left, r.bottom - r.top);
     rec.length = isHorizontal(rec.direction) ? rec.panoramaSize.width : rec.panoramaSize.height;

@@ -3,7 +3,10 @@
 #pragma once
 
 #include <functional>
+#include <memory>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -17,6 +20,14 @@ enum ExitCode : int {
   kExitUsage = 2,    // bad command line: unknown option, preset or value out of range
 };
 
+// A command's failure: main() prints it as "zoltpano <command>: <message>" and exits with
+// `status`.
+struct CommandError : std::runtime_error {
+  explicit CommandError(const std::string& message, int status = kExitFailure)
+      : std::runtime_error(message), status(status) {}
+  int status;
+};
+
 // A subcommand added to the program: run() is called when it was chosen and returns the exit
 // status.
 struct Command {
@@ -25,6 +36,14 @@ struct Command {
 };
 
 using CommandSetup = std::function<Command(CLI::App& program)>;
+
+// Adds subcommand `name` to the program with the record its options fill (shared with its run
+// function, which outlives the setup).
+template <class Args>
+std::pair<std::shared_ptr<Args>, CLI::App*> addCommand(CLI::App& program, const std::string& name,
+                                                       const std::string& description) {
+  return {std::make_shared<Args>(), program.add_subcommand(name, description)};
+}
 
 struct CommandRegistration {
   explicit CommandRegistration(CommandSetup setup);

@@ -12,13 +12,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-double msSince(Clock::time_point t0) {
-  return std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
-}
-
 std::string sizeText(int w, int h) { return std::to_string(w) + "x" + std::to_string(h); }
 
 }  // namespace
+
+double msSince(Clock::time_point t0) {
+  return std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
+}
 
 bool isHorizontal(int d) { return d == MOVE_RIGHT || d == MOVE_LEFT; }
 
@@ -111,10 +111,11 @@ void EngineSession::makeCanvas(int direction) {
   if (c.width > 0) {
     const bool fits = horiz ? (c.height == h_ && c.width > w_) : (c.width == w_ && c.height > h_);
     if (!fits)
-      throw SessionError("canvas " + sizeText(c.width, c.height) + " does not suit a " +
-                         (horiz ? "horizontal" : "vertical") + " sweep of " + sizeText(w_, h_) +
-                         " frames: it must be " +
-                         (horiz ? "as high as a frame and wider" : "as wide as a frame and taller"));
+      throw SessionError(
+          "canvas " + sizeText(c.width, c.height) + " does not suit a " +
+          (horiz ? "horizontal" : "vertical") + " sweep of " + sizeText(w_, h_) +
+          " frames: it must be " +
+          (horiz ? "as high as a frame and wider" : "as wide as a frame and taller"));
   } else if (ZOLT_PANO_CanvasSize(w_, h_, direction, opt_.maxSweepLength, &c.width, &c.height) !=
              0) {
     throw SessionError("no canvas for the sweep (" + engineMessage(nullptr) + ")");

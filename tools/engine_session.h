@@ -6,6 +6,7 @@
 // goes through it.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
@@ -115,5 +116,8 @@ class EngineSession {
 std::string engineMessage(void* handle);
 
 bool isHorizontal(int direction);
+
+// Wall-clock milliseconds since t0: the unit of every stage time the tools report.
+double msSince(std::chrono::steady_clock::time_point t0);
 
 }  // namespace zolt::tools

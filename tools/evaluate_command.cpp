@@ -23,9 +23,7 @@ namespace zolt::tools {
 namespace {
 
 struct EvaluateArgs {
-  std::string sweep;
-  std::string name;  // default SWEEP_DIR/stitched
-  std::string json;  // default SWEEP_DIR/evaluation.json
+  std::string json;   // default SWEEP_DIR/evaluation.json
   bool gyro = false;  // feed the sweep's gyro.csv to the engine
   StitchCliArgs common;
 };
@@ -45,7 +43,8 @@ struct Evaluation {
   double ms = 0;  // wall clock of the scoring
 };
 
-Evaluation evaluate(const StitchResult& r, const sim::SweepReader& reader, const cv::Mat& truthPng) {
+Evaluation evaluate(const StitchResult& r, const sim::SweepReader& reader,
+                    const cv::Mat& truthPng) {
   const auto t0 = std::chrono::steady_clock::now();
   Evaluation e;
   // Key-frame positions: the merger's canvas positions against the truth.
@@ -78,7 +77,7 @@ nlohmann::json toJson(const StitchResult& r, const Evaluation& e, const sim::Swe
   const double n = std::max(1.0, static_cast<double>(r.frames.size()));
   const TruthScores& img = e.image;
   nlohmann::json j;
-  j["sweep"] = a.sweep;
+  j["sweep"] = a.common.input;
   j["frames"] = r.frames.size();
   j["frame_size"] = {r.frameWidth, r.frameHeight};
   j["key_frames"] = r.keyFrames.size();
@@ -100,16 +99,17 @@ nlohmann::json toJson(const StitchResult& r, const Evaluation& e, const sim::Swe
                     {"measured", e.measuredTravel},
                     {"length_ratio", lengthRatio(e.placedTravel, e.trueTravel)},
                     {"length_ratio_measured", lengthRatio(e.placedTravel, e.measuredTravel)}};
-  j["panorama"] = {{"path", r.panoramaPath},
-                   {"size", {r.panorama.cols, r.panorama.rows}},
-                   {"aligned", img.aligned},
-                   {"offset_in_truth", {img.offset.x, img.offset.y}},
-                   {"expected_offset", {img.expectedOffset.x, img.expectedOffset.y}},
-                   {"compared", {img.overlap.x, img.overlap.y, img.overlap.width, img.overlap.height}},
-                   {"psnr_db", img.psnr},
-                   {"tile_psnr_db", img.tilePsnr},
-                   {"tiles", img.tiles},
-                   {"ssim", img.ssim}};
+  j["panorama"] = {
+      {"path", r.panoramaPath},
+      {"size", {r.panorama.cols, r.panorama.rows}},
+      {"aligned", img.aligned},
+      {"offset_in_truth", {img.offset.x, img.offset.y}},
+      {"expected_offset", {img.expectedOffset.x, img.expectedOffset.y}},
+      {"compared", {img.overlap.x, img.overlap.y, img.overlap.width, img.overlap.height}},
+      {"psnr_db", img.psnr},
+      {"tile_psnr_db", img.tilePsnr},
+      {"tiles", img.tiles},
+      {"ssim", img.ssim}};
   j["time_ms"] = {{"initial", r.initMs},
                   {"read_frames", r.readMs},
                   {"select_frames", r.selectMs},
@@ -134,19 +134,19 @@ void printSummary(const StitchResult& r, const Evaluation& e, const sim::SweepRe
       "%s%s: %zu frames, %zu key frames, direction %s (truth %s), codes %s, key-frame error "
       "median %.2f p95 %.2f max %.2f px, length ratio %.4f, PSNR %.2f dB (tiles %.2f dB), SSIM "
       "%.4f, select %.2f add %.2f ms/frame (%.0f frames/s)\n",
-      a.sweep.c_str(), a.gyro ? " (gyroscope)" : "", r.frames.size(), r.keyFrames.size(),
-      directionName(r.direction).c_str(), directionName(reader.direction()).c_str(),
-      codes.c_str(), e.errors.median, e.errors.p95, e.errors.max,
-      lengthRatio(e.placedTravel, e.trueTravel), e.image.psnr, e.image.tilePsnr, e.image.ssim,
-      r.selectMs / n, r.addMs / n, n * 1000.0 / std::max(1e-3, r.selectMs + r.addMs));
+      a.common.input.c_str(), a.gyro ? " (gyroscope)" : "", r.frames.size(), r.keyFrames.size(),
+      directionName(r.direction).c_str(), directionName(reader.direction()).c_str(), codes.c_str(),
+      e.errors.median, e.errors.p95, e.errors.max, lengthRatio(e.placedTravel, e.trueTravel),
+      e.image.psnr, e.image.tilePsnr, e.image.ssim, r.selectMs / n, r.addMs / n,
+      n * 1000.0 / std::max(1e-3, r.selectMs + r.addMs));
 }
 
 int runEvaluate(EvaluateArgs& a) {
-  const std::string dir = a.sweep;
+  const std::string dir = a.common.input;
   StitchOptions opt;
   SourceOptions src;
-  if (int rc = applyStitchCli(a.common, "evaluate", a.name.empty() ? dir + "/stitched" : a.name,
-                              opt, src);
+  if (int rc = applyStitchCli(a.common, "evaluate",
+                              a.common.name.empty() ? dir + "/stitched" : a.common.name, opt, src);
       rc != kExitOk)
     return rc;
   opt.hints = false;
@@ -182,18 +182,18 @@ int runEvaluate(EvaluateArgs& a) {
   return rc;
 }
 
-CommandRegistration registration([](CLI::App& program) {
-  auto args = std::make_shared<EvaluateArgs>();
-  CLI::App* app = program.add_subcommand(
-      "evaluate", "Stitch a simulated sweep and compare the panorama with its truth");
-  app->add_option("SWEEP_DIR", args->sweep, "sweep directory written by zoltpano simulate")
-      ->required();
-  app->add_option("-o,--out", args->name, "output name (default SWEEP_DIR/stitched)");
+Command setupEvaluate(CLI::App& program) {
+  auto [args, app] = addCommand<EvaluateArgs>(
+      program, "evaluate", "Stitch a simulated sweep and compare the panorama with its truth");
+  addStitchCliOptions(app, args->common, "SWEEP_DIR",
+                      "sweep directory written by zoltpano simulate",
+                      "output name (default SWEEP_DIR/stitched)", false);
   app->add_option("--json", args->json, "JSON file (default SWEEP_DIR/evaluation.json)");
   app->add_flag("--gyro", args->gyro, "feed the sweep's gyro.csv to the engine's gyroscope");
-  addStitchCliOptions(app, args->common);
-  return Command{app, [args] { return runEvaluate(*args); }};
-});
+  return {app, [args = args] { return runEvaluate(*args); }};
+}
+
+const CommandRegistration kRegisterEvaluate(setupEvaluate);
 
 }  // namespace
 }  // namespace zolt::tools

@@ -134,8 +134,8 @@ class VideoSource : public FrameSource {
 bool isImageName(const fs::path& p) {
   std::string e = p.extension().string();
   std::transform(e.begin(), e.end(), e.begin(), [](unsigned char c) { return std::tolower(c); });
-  static const char* kExt[] = {".jpg", ".jpeg", ".png", ".bmp", ".tif", ".tiff", ".webp",
-                               ".ppm", ".pgm"};
+  static const char* kExt[] = {".jpg",  ".jpeg", ".png", ".bmp", ".tif",
+                               ".tiff", ".webp", ".ppm", ".pgm"};
   return std::any_of(std::begin(kExt), std::end(kExt), [&](const char* x) { return e == x; });
 }
 

@@ -38,9 +38,9 @@ struct ImuEvalArgs {
 };
 
 struct Trace {
-  std::vector<double> t;                  // s, as recorded
-  std::vector<std::array<double, 3>> w;   // rad/s
-  std::vector<double> truthT, truthYaw;   // s, deg (unwrapped)
+  std::vector<double> t;                 // s, as recorded
+  std::vector<std::array<double, 3>> w;  // rad/s
+  std::vector<double> truthT, truthYaw;  // s, deg (unwrapped)
 };
 
 // One span of the trace, from the start of the common window: the yaw change of the truth and
@@ -53,11 +53,11 @@ struct Span {
 };
 
 struct Result {
-  Span turn;                 // until the truth has settled after the turn (+1 s)
-  Span whole;                // the whole common window
-  double worstError = 0;     // deg, largest |error| on the way
-  double truthExtent = 0;    // deg, the largest |truth yaw| from the start
-  double fittedGain = 1;     // least-squares gain of the integrated yaw
+  Span turn;               // until the truth has settled after the turn (+1 s)
+  Span whole;              // the whole common window
+  double worstError = 0;   // deg, largest |error| on the way
+  double truthExtent = 0;  // deg, the largest |truth yaw| from the start
+  double fittedGain = 1;   // least-squares gain of the integrated yaw
 };
 
 bool fileExists(const std::string& path) {
@@ -69,7 +69,7 @@ bool fileExists(const std::string& path) {
 std::vector<std::vector<double>> readColumns(const std::string& path,
                                              const std::vector<std::string>& names) {
   std::ifstream in(path);
-  if (!in) throw std::runtime_error("cannot read '" + path + "'");
+  if (!in) throw CommandError("cannot read '" + path + "'");
   std::string line;
   std::getline(in, line);
   std::vector<std::string> header;
@@ -80,7 +80,7 @@ std::vector<std::vector<double>> readColumns(const std::string& path,
   std::vector<size_t> at;
   for (const std::string& n : names) {
     auto it = std::find(header.begin(), header.end(), n);
-    if (it == header.end()) throw std::runtime_error("'" + path + "' has no column '" + n + "'");
+    if (it == header.end()) throw CommandError("'" + path + "' has no column '" + n + "'");
     at.push_back(static_cast<size_t>(it - header.begin()));
   }
   std::vector<std::vector<double>> out(names.size());
@@ -90,7 +90,7 @@ std::vector<std::vector<double>> readColumns(const std::string& path,
     std::stringstream ss(line);
     for (std::string cell; std::getline(ss, cell, ',');) cells.push_back(std::stod(cell));
     for (size_t i = 0; i < at.size(); ++i) {
-      if (at[i] >= cells.size()) throw std::runtime_error("short line in '" + path + "'");
+      if (at[i] >= cells.size()) throw CommandError("short line in '" + path + "'");
       out[i].push_back(cells[at[i]]);
     }
   }
@@ -104,12 +104,14 @@ Trace readTrace(const std::string& dir, int set) {
                                {"t_unix_s", "gyro_r4_dps", "gyro_r5_dps", "gyro_r6_dps"});
   const double rad = M_PI / 180.0;
   tr.t = imu[0];
-  for (size_t i = 0; i < tr.t.size(); ++i) tr.w.push_back({imu[1][i] * rad, imu[2][i] * rad, imu[3][i] * rad});
-  const auto truth = readColumns(dir + "/vicon_set" + n + ".csv", {"t_unix_s", "yaw_unwrapped_deg"});
+  for (size_t i = 0; i < tr.t.size(); ++i)
+    tr.w.push_back({imu[1][i] * rad, imu[2][i] * rad, imu[3][i] * rad});
+  const auto truth =
+      readColumns(dir + "/vicon_set" + n + ".csv", {"t_unix_s", "yaw_unwrapped_deg"});
   tr.truthT = truth[0];
   tr.truthYaw = truth[1];
   if (tr.t.size() < 2 || tr.truthT.size() < 2)
-    throw std::runtime_error("set " + n + " holds fewer than two samples");
+    throw CommandError("set " + n + " holds fewer than two samples");
   return tr;
 }
 
@@ -152,7 +154,7 @@ Result evaluate(const Trace& tr, double gain) {
     ti.push_back(tr.t[i]);
     yi.push_back(unwrapped * 180.0 / M_PI);
   }
-  if (ti.size() < 2) throw std::runtime_error("the gyroscope and truth traces do not overlap");
+  if (ti.size() < 2) throw CommandError("the gyroscope and truth traces do not overlap");
   std::vector<double> truth(ti.size());
   const double truth0 = truthAt(tr, ti.front());
   double sxy = 0, sxx = 0;
@@ -171,9 +173,7 @@ Result evaluate(const Trace& tr, double gain) {
     if (std::fabs(truth[k] - truth.back()) > 2.0) settled = k;
   size_t turnEnd = settled;
   while (turnEnd + 1 < ti.size() && ti[turnEnd] < ti[settled] + 1.0) ++turnEnd;
-  auto span = [&](size_t k) {
-    return Span{ti[k] - ti.front(), truth[k], yi[k] - yi.front()};
-  };
+  auto span = [&](size_t k) { return Span{ti[k] - ti.front(), truth[k], yi[k] - yi.front()}; };
   r.turn = span(turnEnd);
   r.whole = span(ti.size() - 1);
   r.fittedGain = sxx > 0 ? gain * sxy / sxx : gain;
@@ -181,8 +181,9 @@ Result evaluate(const Trace& tr, double gain) {
 }
 
 void printSpan(const char* label, const Span& s) {
-  std::printf("  %-30s %5.1f s: truth %+8.2f, integrated %+8.2f deg: error %+7.2f deg (%+6.2f deg/min)\n",
-              label, s.seconds, s.truthChange, s.integratedChange, s.error(), s.perMinute());
+  std::printf(
+      "  %-30s %5.1f s: truth %+8.2f, integrated %+8.2f deg: error %+7.2f deg (%+6.2f deg/min)\n",
+      label, s.seconds, s.truthChange, s.integratedChange, s.error(), s.perMinute());
 }
 
 void printResult(const std::string& label, const Result& r) {
@@ -232,23 +233,16 @@ int runImuEval(const ImuEvalArgs& args) {
 }
 
 Command setupImuEval(CLI::App& program) {
-  auto args = std::make_shared<ImuEvalArgs>();
-  CLI::App* app = program.add_subcommand(
-      "imu-eval", "Integrate recorded gyroscope traces and compare the yaw with motion capture");
+  auto [args, app] = addCommand<ImuEvalArgs>(
+      program, "imu-eval",
+      "Integrate recorded gyroscope traces and compare the yaw with motion capture");
   app->add_option("--data", args->data, "Folder with imu_setN.csv and vicon_setN.csv")
       ->capture_default_str();
   app->add_option("--sets", args->sets, "Sets to evaluate")->delimiter(',')->capture_default_str();
   app->add_option("--gain", args->gain, "Factor on every recorded rate")
       ->check(CLI::PositiveNumber)
       ->capture_default_str();
-  return {app, [args] {
-            try {
-              return runImuEval(*args);
-            } catch (const std::exception& e) {
-              printError("imu-eval", e.what());
-              return static_cast<int>(kExitFailure);
-            }
-          }};
+  return {app, [args = args] { return runImuEval(*args); }};
 }
 
 const CommandRegistration kRegisterImuEval(setupImuEval);

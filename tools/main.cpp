@@ -50,6 +50,9 @@ int main(int argc, char** argv) {
     if (!c.app->parsed()) continue;
     try {
       return c.run();
+    } catch (const CommandError& e) {
+      printError(c.app->get_name(), e.what());
+      return e.status;
     } catch (const std::exception& e) {
       printError(c.app->get_name(), std::string("internal error: ") + e.what());
       return kExitFailure;

@@ -30,7 +30,8 @@ double tileErrors(const cv::Mat& pano, const cv::Mat& truth, const cv::Mat& pg, 
          x += kTile) {
       const cv::Rect tile(x, y, kTile, kTile);
       const cv::Rect win = cv::Rect(x - kTileSearch, y - kTileSearch, kTile + 2 * kTileSearch,
-                                    kTile + 2 * kTileSearch) + s.offset;
+                                    kTile + 2 * kTileSearch) +
+                           s.offset;
       if ((win & truthBox) != win) continue;
       cv::Mat cost;
       cv::matchTemplate(tg(win), pg(tile), cost, cv::TM_SQDIFF);
@@ -106,9 +107,10 @@ TruthScores scoreAgainstTruth(const cv::Mat& pano, const cv::Mat& truth, cv::Poi
   const cv::Rect inner(inTruth.x + kSearch, inTruth.y + kSearch, inTruth.width - 2 * kSearch,
                        inTruth.height - 2 * kSearch);
   if (inner.width < 32 || inner.height < 32) return s;
-  const cv::Rect window = (cv::Rect(inner.x - kSearch, inner.y - kSearch,
-                                    inner.width + 2 * kSearch, inner.height + 2 * kSearch) +
-                           guess) & truthBox;
+  const cv::Rect window = (cv::Rect(inner.x - kSearch, inner.y - kSearch, inner.width + 2 * kSearch,
+                                    inner.height + 2 * kSearch) +
+                           guess) &
+                          truthBox;
   cv::Mat cost;
   cv::matchTemplate(tg(window), pg(inner), cost, cv::TM_SQDIFF);
   cv::Point at;

@@ -21,7 +21,8 @@ using sim::SweepConfig;
 // texture everywhere, so that tracking never starves; for the textureless preset (and bursts,
 // which need room) the widest photo, a close-up on textured bark whose blurred background is
 // flat over thousands of pixels.
-constexpr const char* kDefaultPhoto = "/usr/share/backgrounds/picosdeeuropa_by_Aitzol_Berasategi.jpg";
+constexpr const char* kDefaultPhoto =
+    "/usr/share/backgrounds/picosdeeuropa_by_Aitzol_Berasategi.jpg";
 constexpr const char* kDefaultWidePhoto = "/usr/share/backgrounds/Kleiber_by_Lukas_Baubkus.jpg";
 
 struct SimulateArgs {
@@ -112,29 +113,9 @@ int runSimulate(SimulateArgs& a) {
   return kExitOk;
 }
 
-Command setupSimulate(CLI::App& program) {
-  auto args = std::make_shared<SimulateArgs>();
-  CLI::App* app = program.add_subcommand(
-      "simulate", "Make a simulated sweep (NV21 frames, gyroscope, truth) from a photo");
-  app->add_option("photo", args->photo,
-                  std::string("Photo to sweep over (default ") + kDefaultPhoto + ", for textureless and bursts " +
-                      kDefaultWidePhoto + ")");
-  app->add_option("-o,--out", args->out, "Output directory (must not exist unless --force)");
-  app->add_option("-p,--preset", args->preset,
-                  "steady, handheld, shaky, too-fast, goes-back, wrong-axis, drifting, "
-                  "textureless")
-      ->capture_default_str();
-  app->add_option("-s,--size", args->size, "Frame size WIDTHxHEIGHT, both above 640; "
-                                            "height > width is portrait")
-      ->capture_default_str();
-  app->add_option("-d,--direction", args->direction, "right, left, down or up")
-      ->capture_default_str();
-  app->add_option("-m,--model", args->model, "translate or rotate")->capture_default_str();
-  app->add_flag("-f,--force", args->force, "Replace an existing output directory");
-  app->add_flag("-q,--quiet", args->quiet, "No summary line");
-  app->add_flag("--list-presets", args->listPresets, "List the presets and exit");
-
-  SimulateArgs& a = *args;
+// Options that override one field of the preset's sweep, one a line.
+void addSweepOverrides(CLI::App* app, SimulateArgs& a) {
+  // clang-format off
   addOverride(app, a, "-n,--frames", &SweepConfig::frames, "Frames (default: as many as fit)");
   addOverride(app, a, "--fps", &SweepConfig::fps, "Frames per second (30)");
   addOverride(app, a, "--seed", &SweepConfig::seed, "Random seed (1)");
@@ -142,8 +123,6 @@ Command setupSimulate(CLI::App& program) {
   addOverride(app, a, "--vfov", &SweepConfig::vfovDeg, "Field of view across the height, degrees");
   addOverride(app, a, "--photo-scale", &SweepConfig::photoScale, "Resize the photo first (1)");
   addOverride(app, a, "--speed", &SweepConfig::speed, "Mean speed, fraction of the frame per frame");
-  app->add_option("--speed-px", args->speedPx, "Mean speed in frame pixels per frame (instead of --speed)")
-      ->check(CLI::PositiveNumber);
   addOverride(app, a, "--speed-variation", &SweepConfig::speedVariation, "Speed change, +- fraction");
   addOverride(app, a, "--tremor", &SweepConfig::tremor, "Tremor, fraction of the short side");
   addOverride(app, a, "--tremor-roll", &SweepConfig::tremorRollDeg, "Tremor roll, degrees");
@@ -166,6 +145,7 @@ Command setupSimulate(CLI::App& program) {
   addOverride(app, a, "--gyro-rate", &SweepConfig::gyroRateHz, "Gyroscope events per second (200)");
   addOverride(app, a, "--gyro-noise", &SweepConfig::gyroNoise, "Gyroscope noise, rad/s");
   addOverride(app, a, "--gyro-offset-ms", &SweepConfig::gyroTimeOffsetMs, "Gyroscope time offset, ms");
+  // clang-format on
   {
     auto bias = std::make_shared<std::vector<double>>();
     CLI::Option* opt = app->add_option("--gyro-bias", *bias, "Gyroscope bias X,Y,Z in rad/s")
@@ -176,7 +156,35 @@ Command setupSimulate(CLI::App& program) {
         for (int i = 0; i < 3; ++i) c.gyroBias[i] = (*bias)[i];
     });
   }
-  return {app, [args] { return runSimulate(*args); }};
+}
+
+Command setupSimulate(CLI::App& program) {
+  auto [args, app] = addCommand<SimulateArgs>(
+      program, "simulate", "Make a simulated sweep (NV21 frames, gyroscope, truth) from a photo");
+  app->add_option("photo", args->photo,
+                  std::string("Photo to sweep over (default ") + kDefaultPhoto +
+                      ", for textureless and bursts " + kDefaultWidePhoto + ")");
+  app->add_option("-o,--out", args->out, "Output directory (must not exist unless --force)");
+  app->add_option("-p,--preset", args->preset,
+                  "steady, handheld, shaky, too-fast, goes-back, wrong-axis, drifting, "
+                  "textureless")
+      ->capture_default_str();
+  app->add_option("-s,--size", args->size,
+                  "Frame size WIDTHxHEIGHT, both above 640; "
+                  "height > width is portrait")
+      ->capture_default_str();
+  app->add_option("-d,--direction", args->direction, "right, left, down or up")
+      ->capture_default_str();
+  app->add_option("-m,--model", args->model, "translate or rotate")->capture_default_str();
+  app->add_flag("-f,--force", args->force, "Replace an existing output directory");
+  app->add_flag("-q,--quiet", args->quiet, "No summary line");
+  app->add_flag("--list-presets", args->listPresets, "List the presets and exit");
+
+  app->add_option("--speed-px", args->speedPx,
+                  "Mean speed in frame pixels per frame (instead of --speed)")
+      ->check(CLI::PositiveNumber);
+  addSweepOverrides(app, *args);
+  return {app, [args = args] { return runSimulate(*args); }};
 }
 
 const CommandRegistration kRegisterSimulate(setupSimulate);

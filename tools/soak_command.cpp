@@ -68,9 +68,10 @@ int runSoak(Args& o) {
     return kExitFailure;
   }
   const long baselineKb = statusKb("VmRSS");
-  std::printf("soak %dx%d%s: %zu rendered frames; RSS %.1f MB before the first engine, %d threads\n",
-              o.width, o.height, kSanitized ? " (sanitizer build: growth not judged)" : "",
-              frames.size(), mb(baselineKb), threadsStart);
+  std::printf(
+      "soak %dx%d%s: %zu rendered frames; RSS %.1f MB before the first engine, %d threads\n",
+      o.width, o.height, kSanitized ? " (sanitizer build: growth not judged)" : "", frames.size(),
+      mb(baselineKb), threadsStart);
 
   Checker check;
   // One engine first: libraries start their own worker threads on first use (OpenCV's pool);
@@ -92,23 +93,23 @@ int runSoak(Args& o) {
   const int threadsEnd = threadCountSettled(threadsIdle);
   check.expect(threadsEnd == threadsIdle, "threads back to the count before the first engine");
 
-  std::printf("figures size=%dx%d frames_per_s=%.1f frame_cpu_ms=%.2f cycles_per_s=%.1f "
-              "cycle_cpu_ms=%.1f vmhwm_mb=%.1f baseline_mb=%.1f frames_growth_mb=%+.1f "
-              "cycles_growth_mb=%+.1f frames_in_use_mb=%+.2f cycles_in_use_mb=%+.2f "
-              "threads=%d/%d time_s=%.1f\n",
-              o.width, o.height, run.perSecond, run.cpuMsEach, cyc.perSecond, cyc.cpuMsEach,
-              mb(statusKb("VmHWM")), mb(baselineKb), run.growthMb(), cyc.growthMb(),
-              run.heapGrowthMb(), cyc.heapGrowthMb(), threadsIdle, threadsEnd,
-              std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+  std::printf(
+      "figures size=%dx%d frames_per_s=%.1f frame_cpu_ms=%.2f cycles_per_s=%.1f "
+      "cycle_cpu_ms=%.1f vmhwm_mb=%.1f baseline_mb=%.1f frames_growth_mb=%+.1f "
+      "cycles_growth_mb=%+.1f frames_in_use_mb=%+.2f cycles_in_use_mb=%+.2f "
+      "threads=%d/%d time_s=%.1f\n",
+      o.width, o.height, run.perSecond, run.cpuMsEach, cyc.perSecond, cyc.cpuMsEach,
+      mb(statusKb("VmHWM")), mb(baselineKb), run.growthMb(), cyc.growthMb(), run.heapGrowthMb(),
+      cyc.heapGrowthMb(), threadsIdle, threadsEnd,
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
   std::printf("%s: %d check%s failed\n", check.failures == 0 ? "soak passed" : "soak FAILED",
               check.failures, check.failures == 1 ? "" : "s");
   return check.failures == 0 ? kExitOk : kExitFailure;
 }
 
 Command setupSoak(CLI::App& program) {
-  auto o = std::make_shared<Args>();
-  CLI::App* app =
-      program.add_subcommand("soak", "Long runs of the engine through its C interface, checked");
+  auto [o, app] =
+      addCommand<Args>(program, "soak", "Long runs of the engine through its C interface, checked");
   app->option_defaults()->always_capture_default();
   app->add_option("--size", o->size, "preview size WxH");
   app->add_option("--photo", o->photo, "photo the sweep is rendered from");
@@ -131,7 +132,7 @@ Command setupSoak(CLI::App& program) {
   app->add_flag("!--no-fill", o->fill, "skip the sweep that fills the canvas");
   app->add_flag("--gyroscope", o->gyroscope, "run with the host's gyroscope stand-in present");
   app->add_flag("-v,--verbose", gVerbose, "print the engine's log");
-  return {app, [o] { return runSoak(*o); }};
+  return {app, [o = o] { return runSoak(*o); }};
 }
 
 const CommandRegistration kRegisterSoak(setupSoak);

@@ -126,12 +126,14 @@ void fillPhase(const Args& o, std::vector<Nv21>& frames, Checker& check) {
   const int panoWidth = v.right - v.left;
   const int canvasWidth = engine.canvasSize().width;
   const double diff = differenceToCanvas(jpeg, engine);
-  std::printf("fill: canvas %dx%d, full after frame %d of %zu, %d frames refused, %ld LoopStop "
-              "lines, panorama %dx%d (valid %d..%d), JPEG %dx%d, mean difference to the canvas "
-              "%.2f\n",
-              canvasWidth, h, firstRefused, frames.size(), refused, loopStops, panoWidth,
-              v.bottom - v.top, v.left, v.right, jpeg.cols, jpeg.rows, diff);
-  check.expect(firstRefused > 0 && refused >= 3, "fill: the canvas fills and later frames are refused");
+  std::printf(
+      "fill: canvas %dx%d, full after frame %d of %zu, %d frames refused, %ld LoopStop "
+      "lines, panorama %dx%d (valid %d..%d), JPEG %dx%d, mean difference to the canvas "
+      "%.2f\n",
+      canvasWidth, h, firstRefused, frames.size(), refused, loopStops, panoWidth, v.bottom - v.top,
+      v.left, v.right, jpeg.cols, jpeg.rows, diff);
+  check.expect(firstRefused > 0 && refused >= 3,
+               "fill: the canvas fills and later frames are refused");
   check.expect(acceptedAfter == 0, "fill: no frame is taken once the canvas is full");
   check.expect(loopStops == 2L * refused, "fill: SelectFrames and AddImage each log LoopStop");
   // The last key frame that fitted ends less than half a frame before the canvas's end.
@@ -150,8 +152,10 @@ static size_t pingPong(long i, size_t n) {
 }
 
 Meter::Meter(long n)
-    : count(n), warm(std::max(1L, n / 10)),
-      wallStart(std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count()),
+    : count(n),
+      warm(std::max(1L, n / 10)),
+      wallStart(std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
+                    .count()),
       cpu0(cpuSeconds()) {}
 
 void Meter::stepDone(long i) {
@@ -195,12 +199,14 @@ Meter framesPhase(const Args& o, std::vector<Nv21>& frames, Checker& check) {
     m.endMemory();
   }
   m.stop();
-  std::printf("frames: %ld frames through one engine at %.1f frames/s (%.2f ms of processor time "
-              "each), %ld refused; codes:",
-              o.frames, m.perSecond, m.cpuMsEach, refused);
+  std::printf(
+      "frames: %ld frames through one engine at %.1f frames/s (%.2f ms of processor time "
+      "each), %ld refused; codes:",
+      o.frames, m.perSecond, m.cpuMsEach, refused);
   for (const auto& c : codes) std::printf(" 0x%X x%ld", c.first, c.second);
-  std::printf("\nframes: RSS %.1f MB after %ld frames, %.1f MB at the end (%+.1f MB); in use %+.2f MB\n",
-              mb(m.rssWarmKb), m.warm, mb(m.rssEndKb), m.growthMb(), m.heapGrowthMb());
+  std::printf(
+      "\nframes: RSS %.1f MB after %ld frames, %.1f MB at the end (%+.1f MB); in use %+.2f MB\n",
+      mb(m.rssWarmKb), m.warm, mb(m.rssEndKb), m.growthMb(), m.heapGrowthMb());
   check.expect(refused == 0, "frames: the engine keeps taking frames (canvas never full)");
   m.expectFlat(o, "frames", check);
   return m;
@@ -226,11 +232,12 @@ Meter cyclesPhase(const Args& o, std::vector<Nv21>& frames, int threadsIdle, Che
   m.endMemory();
   m.stop();
   std::remove((name + ".jpg").c_str());
-  std::printf("cycles: %ld Initial/%d frames/Release cycles at %.1f cycles/s (%.1f ms of processor "
-              "time each); RSS %.1f MB after %ld cycles, %.1f MB at the end (%+.1f MB); in use "
-              "%+.2f MB; at most %d threads left after a Release\n",
-              o.cycles, o.cycleFrames, m.perSecond, m.cpuMsEach, mb(m.rssWarmKb), m.warm,
-              mb(m.rssEndKb), m.growthMb(), m.heapGrowthMb(), threadsLeft);
+  std::printf(
+      "cycles: %ld Initial/%d frames/Release cycles at %.1f cycles/s (%.1f ms of processor "
+      "time each); RSS %.1f MB after %ld cycles, %.1f MB at the end (%+.1f MB); in use "
+      "%+.2f MB; at most %d threads left after a Release\n",
+      o.cycles, o.cycleFrames, m.perSecond, m.cpuMsEach, mb(m.rssWarmKb), m.warm, mb(m.rssEndKb),
+      m.growthMb(), m.heapGrowthMb(), threadsLeft);
   check.expect(failedInit == 0, "cycles: every Initial succeeds");
   check.expect(threadsLeft == 0, "cycles: no thread left after Release");
   m.expectFlat(o, "cycles", check);

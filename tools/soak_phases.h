@@ -3,8 +3,8 @@
 #pragma once
 
 #include <atomic>
-#include <string>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace zolt::tools::soak {
@@ -20,7 +20,7 @@ struct Args {
   long frames = 10000;
   long cycles = 1000;
   int cycleFrames = 4;
-  int saveEvery = 1;  // SaveImage on every n-th cycle (0: never)
+  int saveEvery = 1;         // SaveImage on every n-th cycle (0: never)
   double maxGrowthMb = 1.0;  // memory in use, after the warm-up
   bool gyroscope = false;
   std::string outDir = "/tmp";

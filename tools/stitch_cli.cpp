@@ -9,16 +9,22 @@
 
 namespace zolt::tools {
 
-void addStitchCliOptions(CLI::App* app, StitchCliArgs& a) {
+void addStitchCliOptions(CLI::App* app, StitchCliArgs& a, const std::string& input,
+                         const std::string& inputHelp, const std::string& outputHelp,
+                         bool outputRequired) {
+  app->add_option(input, a.input, inputHelp)->required();
+  app->add_option("-o,--out", a.name, outputHelp)->required(outputRequired);
   app->add_option("--canvas", a.canvas,
                   "canvas WxH (default: 6 times the frame's longer side along the sweep, the "
                   "frame's size across)");
   app->add_option("--board-platform", a.boardPlatform, "value of ro.board.platform for the engine");
-  app->add_option("--first", a.first, "skip this many frames at the start")->check(CLI::NonNegativeNumber);
+  app->add_option("--first", a.first, "skip this many frames at the start")
+      ->check(CLI::NonNegativeNumber);
   app->add_option("--count", a.count, "stitch at most this many frames (0: all)")
       ->check(CLI::NonNegativeNumber);
   app->add_option("--fps", a.fps, "frame rate of a folder of images")->check(CLI::PositiveNumber);
-  app->add_flag("--upscale", a.upscale, "scale frames with a side of 640 or less up to the smallest size the engine takes");
+  app->add_flag("--upscale", a.upscale,
+                "scale frames with a side of 640 or less up to the smallest size the engine takes");
   app->add_flag("-q,--quiet", a.quiet, "no hints, progress or summary");
   app->add_flag("--no-progress", a.noProgress, "no progress bar even on a terminal");
   app->add_flag("--engine-log", a.engineLog, "show the engine's log lines on stderr");

@@ -11,6 +11,8 @@
 namespace zolt::tools {
 
 struct StitchCliArgs {
+  std::string input;   // the positional input
+  std::string name;    // -o NAME
   std::string canvas;  // WxH, empty: default
   std::string boardPlatform;
   int first = 0;
@@ -24,7 +26,11 @@ struct StitchCliArgs {
   double gyroOffsetMs = 0.0;
 };
 
-void addStitchCliOptions(CLI::App* app, StitchCliArgs& a);
+// The input (positional, required, named `input` in the help) and -o NAME (required unless
+// `outputHelp` names a default), then the options every stitching command shares.
+void addStitchCliOptions(CLI::App* app, StitchCliArgs& a, const std::string& input,
+                         const std::string& inputHelp, const std::string& outputHelp,
+                         bool outputRequired);
 // Fills the session and source options; prints the problem and returns kExitUsage on a bad
 // value.
 int applyStitchCli(const StitchCliArgs& a, const std::string& command, const std::string& name,

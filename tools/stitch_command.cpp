@@ -17,8 +17,6 @@ namespace zolt::tools {
 namespace {
 
 struct StitchArgs {
-  std::string input;
-  std::string name;
   std::string gyro;
   bool travel = false;
   StitchCliArgs common;
@@ -27,15 +25,16 @@ struct StitchArgs {
 int runStitch(StitchArgs& a) {
   StitchOptions opt;
   SourceOptions src;
-  if (int rc = applyStitchCli(a.common, "stitch", a.name, opt, src); rc != kExitOk) return rc;
+  if (int rc = applyStitchCli(a.common, "stitch", a.common.name, opt, src); rc != kExitOk)
+    return rc;
   opt.gyroPath = a.gyro;
   opt.measureTravel = a.travel;
   StitchResult r;
-  const int rc = runStitchReporting("stitch", a.input, src, opt, r);
+  const int rc = runStitchReporting("stitch", a.common.input, src, opt, r);
   if (rc != kExitOk && r.panoramaPath.empty()) return rc;
   if (a.common.quiet) return rc;
   std::printf("%s: %d frames, %zu key frames, %s sweep, panorama %dx%d in %s (%.1f frames/s)\n",
-              a.input.c_str(), r.inputFrames, r.keyFrames.size(),
+              a.common.input.c_str(), r.inputFrames, r.keyFrames.size(),
               directionName(r.direction).c_str(), r.panorama.cols, r.panorama.rows,
               r.panoramaPath.c_str(),
               r.frames.size() * 1000.0 / std::max(1e-3, r.selectMs + r.addMs));
@@ -44,18 +43,21 @@ int runStitch(StitchArgs& a) {
                 r.gyroEvents, opt.gyroPath.c_str(), opt.gyroOffsetMs);
   if (a.travel) {
     const double placed = placedTravelPx(r), measured = measuredTravelPx(r);
-    std::printf("travel: the key frames span %.0f px, the camera moved %.1f px between them "
-                "(chained phase correlation): length ratio %.4f\n",
-                placed, measured, lengthRatio(placed, measured));
+    std::printf(
+        "travel: the key frames span %.0f px, the camera moved %.1f px between them "
+        "(chained phase correlation): length ratio %.4f\n",
+        placed, measured, lengthRatio(placed, measured));
   }
   if (r.rotation != 0)
-    std::printf("frames of %dx%d, turned %d degrees clockwise as the clip's rotation metadata asks\n",
-                r.frameWidth, r.frameHeight, r.rotation);
+    std::printf(
+        "frames of %dx%d, turned %d degrees clockwise as the clip's rotation metadata asks\n",
+        r.frameWidth, r.frameHeight, r.rotation);
   if (r.captures.size() > 1) {
-    std::printf("%zu captures (the engine kept refusing the sweep; each new capture starts "
-                "where the one before last took a key frame; %zu frames fed in all), the "
-                "longest is the result:\n",
-                r.captures.size(), r.frames.size());
+    std::printf(
+        "%zu captures (the engine kept refusing the sweep; each new capture starts "
+        "where the one before last took a key frame; %zu frames fed in all), the "
+        "longest is the result:\n",
+        r.captures.size(), r.frames.size());
     for (size_t i = 0; i < r.captures.size(); ++i) {
       const CaptureRecord& c = r.captures[i];
       std::string pano = "no panorama";
@@ -73,23 +75,21 @@ int runStitch(StitchArgs& a) {
   return rc;
 }
 
-CommandRegistration registration([](CLI::App& program) {
-  auto args = std::make_shared<StitchArgs>();
-  CLI::App* app = program.add_subcommand(
-      "stitch", "Stitch a video, a simulated sweep or a folder of images into NAME.jpg");
-  app->add_option("INPUT", args->input, "video file, sweep directory or folder of images")
-      ->required();
-  app->add_option("-o,--out", args->name, "output name: writes NAME.jpg, NAME.csv, NAME_report.png")
-      ->required();
+Command setupStitch(CLI::App& program) {
+  auto [args, app] = addCommand<StitchArgs>(
+      program, "stitch", "Stitch a video, a simulated sweep or a folder of images into NAME.jpg");
   app->add_option("--gyro", args->gyro,
                   "gyroscope events (a gyro.csv as zoltpano simulate writes it) for the engine")
       ->check(CLI::ExistingFile);
   app->add_flag("--travel", args->travel,
                 "also measure the camera's travel from the frames and compare the key frames' span "
                 "with it");
-  addStitchCliOptions(app, args->common);
-  return Command{app, [args] { return runStitch(*args); }};
-});
+  addStitchCliOptions(app, args->common, "INPUT", "video file, sweep directory or folder of images",
+                      "output name: writes NAME.jpg, NAME.csv, NAME_report.png", true);
+  return {app, [args = args] { return runStitch(*args); }};
+}
+
+const CommandRegistration kRegisterStitch(setupStitch);
 
 }  // namespace
 }  // namespace zolt::tools

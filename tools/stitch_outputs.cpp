@@ -33,7 +33,8 @@ bool writeThrough(const std::vector<uint8_t>& bytes, const std::string& path) {
   std::error_code ec;
   {
     std::ofstream out(tmp, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
     out.flush();
     if (out) {
       out.close();

@@ -18,7 +18,8 @@ constexpr int kWidth = 1600;
 constexpr int kPlotHeight = 420;
 constexpr int kMaxPanoHeight = 600;
 constexpr size_t kMaxDrawn = 40;
-constexpr int kSeamBand = 33;  // the merger searches each seam in a band this wide about the frame centre
+constexpr int kSeamBand =
+    33;  // the merger searches each seam in a band this wide about the frame centre
 
 cv::Scalar codeColour(int code) {
   if (code == SUCCESS) return {90, 180, 90};
@@ -41,8 +42,9 @@ cv::Mat drawPanorama(const StitchResult& r) {
   const double s = std::min(static_cast<double>(kWidth) / r.panorama.cols,
                             static_cast<double>(kMaxPanoHeight) / r.panorama.rows);
   cv::Mat scaled;
-  cv::resize(r.panorama, scaled, cv::Size(std::max(1, cvRound(r.panorama.cols * s)),
-                                          std::max(1, cvRound(r.panorama.rows * s))),
+  cv::resize(r.panorama, scaled,
+             cv::Size(std::max(1, cvRound(r.panorama.cols * s)),
+                      std::max(1, cvRound(r.panorama.rows * s))),
              0, 0, cv::INTER_AREA);
   // The panorama as written, then a copy carrying the key frames and seams.
   cv::Mat m(2 * scaled.rows + 34, kWidth, CV_8UC3, cv::Scalar(30, 30, 30));
@@ -85,8 +87,9 @@ cv::Mat drawPanorama(const StitchResult& r) {
   text(m, caption, {10, 2 * scaled.rows + 24});
   if (r.captures.size() > 1) {
     const CaptureRecord& c = r.captures[static_cast<size_t>(r.chosenCapture)];
-    text(m, "capture " + std::to_string(c.number) + " of " + std::to_string(r.captures.size()) +
-                ", frames " + std::to_string(c.firstFrame) + "-" + std::to_string(c.lastFrame),
+    text(m,
+         "capture " + std::to_string(c.number) + " of " + std::to_string(r.captures.size()) +
+             ", frames " + std::to_string(c.firstFrame) + "-" + std::to_string(c.lastFrame),
          {kWidth - 330, 2 * scaled.rows + 24});
   }
   return m;
@@ -120,8 +123,9 @@ cv::Mat drawPlot(const StitchResult& r) {
   for (int i = 1; i < n; ++i) {
     if (r.frames[i].capture == r.frames[i - 1].capture) continue;
     cv::line(m, {px(i), top - 24}, {px(i), bottom + 12}, {240, 240, 240}, 1);
-    text(m, "capture " + std::to_string(r.frames[i].capture) + " from frame " +
-                std::to_string(r.frames[i].frame),
+    text(m,
+         "capture " + std::to_string(r.frames[i].capture) + " from frame " +
+             std::to_string(r.frames[i].frame),
          {px(i) + 4, top + 14}, 0.4);
   }
   for (int i = 1; i < n; ++i) {

@@ -21,10 +21,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-double msSince(Clock::time_point t0) {
-  return std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
-}
-
 // Silences the engine's log for the lifetime of a run unless it is to be shown.
 class EngineLog {
  public:
@@ -42,7 +38,10 @@ class EngineLog {
 class StitchRun {
  public:
   StitchRun(FrameSource& source, const StitchOptions& opt, StitchResult& r)
-      : source_(source), opt_(opt), r_(r), outputs_(opt.name),
+      : source_(source),
+        opt_(opt),
+        r_(r),
+        outputs_(opt.name),
         progress_(opt.progressBar, opt.hints, source.expectedFrames()),
         replayBuffer_(static_cast<size_t>(source.width()) * source.height() * 3 / 2) {
     // Before the first Initial: the host has a gyroscope from then on.
@@ -208,7 +207,8 @@ double placedTravelPx(const StitchResult& r) {
 
 double measuredTravelPx(const StitchResult& r) {
   if (r.keyFrames.empty()) return 0.0;
-  const cv::Point2d d = r.travel.at(r.keyFrames.back().frame) - r.travel.at(r.keyFrames.front().frame);
+  const cv::Point2d d =
+      r.travel.at(r.keyFrames.back().frame) - r.travel.at(r.keyFrames.front().frame);
   return std::fabs(isHorizontal(r.direction) ? d.x : d.y);
 }
 

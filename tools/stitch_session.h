@@ -26,8 +26,8 @@ struct StitchError : SessionError {
 };
 
 struct StitchOptions {
-  std::string name;            // output base: NAME.jpg, NAME.csv, NAME_report.png
-  int canvasWidth = 0;         // both 0: the default canvas (see defaultSweepLength)
+  std::string name;     // output base: NAME.jpg, NAME.csv, NAME_report.png
+  int canvasWidth = 0;  // both 0: the default canvas (see defaultSweepLength)
   int canvasHeight = 0;
   std::string boardPlatform;   // empty: leave ro.board.platform alone
   bool progressBar = false;    // redraw a bar on stderr
@@ -46,7 +46,7 @@ struct StitchResult {
   int canvasWidth = 0, canvasHeight = 0;  // 0 when no direction was ever fixed
   int direction = MOVE_NONE;
   double fps = 0.0;
-  int rotation = 0;  // clockwise degrees the video's metadata asked for (frames arrive upright)
+  int rotation = 0;     // clockwise degrees the video's metadata asked for (frames arrive upright)
   int inputFrames = 0;  // frames read from the input (frames.size() counts those fed again too)
   std::vector<FrameRecord> frames;
   std::vector<PlacedKeyFrame> keyFrames;
@@ -77,8 +77,8 @@ struct StitchResult {
 int defaultSweepLength(int w, int h);
 
 // Runs the sweep into r (which it resets) and writes NAME.jpg (with the fallback), NAME.csv and
-// NAME_report.png, restarting the capture as the restart rule says. Throws InputError for unreadable input, StitchError for the rest; r then
-// holds what was done up to the failure.
+// NAME_report.png, restarting the capture as the restart rule says. Throws InputError for
+// unreadable input, StitchError for the rest; r then holds what was done up to the failure.
 void stitch(FrameSource& source, const StitchOptions& opt, StitchResult& r);
 
 // Along the sweep, how far the chosen capture's last key frame lies from its first: as the

@@ -12,10 +12,10 @@
 #include <string>
 #include <vector>
 
+#include "engine/orrery_engine.h"
 #include "sim/sim_error.h"
 #include "sim/sweep_config.h"
 #include "sim/sweep_simulator.h"
-#include "engine/orrery_engine.h"
 #include "tools/command.h"
 #include "tools/engine_session.h"
 #include "tools/gyro_feed.h"
@@ -40,11 +40,12 @@ struct EvalArgs {
 };
 
 std::vector<std::string> defaultPhotos() {
-  const char* names[] = {"Bridge_by_Sander_Klootwijk.jpg", "Dragonfly_by_Bolly.jpg",
-                         "Kleiber_by_Lukas_Baubkus.jpg", "Picture_0B_by_freespace.jpg",
-                         "aitzgorri_by_Aitzol_Berasategi.jpg", "friends_by_Aitzol_Berasategi.jpg",
-                         "life_by_Aitzol_Berasategi.jpg", "picosdeeuropa_by_Aitzol_Berasategi.jpg",
-                         "seeding_by_Clements_Engelhardt.jpg", "sunset_by_Aitzol_Berasategi.jpg"};
+  const char* names[] = {
+      "Bridge_by_Sander_Klootwijk.jpg",     "Dragonfly_by_Bolly.jpg",
+      "Kleiber_by_Lukas_Baubkus.jpg",       "Picture_0B_by_freespace.jpg",
+      "aitzgorri_by_Aitzol_Berasategi.jpg", "friends_by_Aitzol_Berasategi.jpg",
+      "life_by_Aitzol_Berasategi.jpg",      "picosdeeuropa_by_Aitzol_Berasategi.jpg",
+      "seeding_by_Clements_Engelhardt.jpg", "sunset_by_Aitzol_Berasategi.jpg"};
   std::vector<std::string> out;
   for (const char* n : names) out.push_back(std::string("/usr/share/backgrounds/") + n);
   return out;
@@ -72,7 +73,8 @@ SweepResult runOne(const sim::SweepConfig& cfg, bool withGyro) {
   sim::SweepSimulator simulator(cfg);
   // Before Initial: the host has a gyroscope from then on. Events arrive with the frames.
   std::unique_ptr<GyroFeed> gyro;
-  if (withGyro) gyro = std::make_unique<GyroFeed>(std::vector<sim::GyroEvent>{}, cfg.gyroTimeOffsetMs);
+  if (withGyro)
+    gyro = std::make_unique<GyroFeed>(std::vector<sim::GyroEvent>{}, cfg.gyroTimeOffsetMs);
   SessionOptions options;
   options.gyro = gyro.get();
   EngineSession session(cfg.width, cfg.height, options);
@@ -153,8 +155,8 @@ struct Tally {
   // steps; step: each key frame's measured step against the true one.
   void print(const EvalArgs& a) {
     std::printf("\n%-20s %6s %8s %8s %8s %8s %8s %8s %5s %5s  %s\n", "preset size", "sweeps",
-                "pos med", "pos p95", "flr med", "flr p95", "step med", "step p95", "wrong",
-                "ERR_", "codes (frames)");
+                "pos med", "pos p95", "flr med", "flr p95", "step med", "step p95", "wrong", "ERR_",
+                "codes (frames)");
     for (const auto& [key, errs] : errors) {
       std::ostringstream names;
       for (const auto& [name, n] : codes[key]) names << name << " " << n << "  ";
@@ -164,13 +166,14 @@ struct Tally {
                   wrongDirection[key], errorSweeps[key], names.str().c_str());
     }
     if (a.gyro) {
-      std::printf("\ngyroscope prediction against the true offset from the reference, "
-                  "low-resolution pixels (gyroscope clock %+.1f ms):\n",
-                  a.gyroOffsetMs);
+      std::printf(
+          "\ngyroscope prediction against the true offset from the reference, "
+          "low-resolution pixels (gyroscope clock %+.1f ms):\n",
+          a.gyroOffsetMs);
       for (const auto& [key, errs] : gyro) {
         const Spread g = spread(errs);
-        std::printf("%-20s frames %6zu  median %6.2f  p95 %6.2f  max %7.2f\n", key.c_str(),
-                    g.count, g.median, g.p95, g.max);
+        std::printf("%-20s frames %6zu  median %6.2f  p95 %6.2f  max %7.2f\n", key.c_str(), g.count,
+                    g.median, g.p95, g.max);
       }
     }
     if (a.model == "rotate" && !rotateRelative.empty()) {
@@ -181,19 +184,42 @@ struct Tally {
   }
 };
 
+// The sweep a combination of the command line names; an unknown preset, direction or model is
+// a usage error.
+sim::SweepConfig sweepConfig(const EvalArgs& a, const std::string& preset, const std::string& size,
+                             const std::string& dir, const std::string& photo) {
+  try {
+    sim::SweepConfig cfg = sim::SweepConfig::fromPreset(preset);
+    const size_t x = size.find('x');
+    cfg.width = std::stoi(size.substr(0, x));
+    cfg.height = std::stoi(size.substr(x + 1));
+    cfg.direction = sim::parseDirection(dir);
+    cfg.model = sim::parseModel(a.model);
+    cfg.photoPath = photo;
+    cfg.frames = a.frames;
+    cfg.seed = a.seed;
+    if (a.gyro) cfg.gyroTimeOffsetMs = a.gyroOffsetMs;
+    return cfg;
+  } catch (const sim::SimError& e) {
+    throw CommandError(e.what(), kExitUsage);
+  } catch (const std::logic_error&) {  // std::stoi
+    throw CommandError("bad size '" + size + "' (expected WIDTHxHEIGHT)", kExitUsage);
+  }
+}
+
 void printSweep(const sim::SweepConfig& cfg, const std::string& preset, const std::string& size,
                 const std::string& dir, const SweepResult& r) {
   std::ostringstream codes;
   for (const auto& [c, n] : r.codes) codes << " " << ZOLT_PANO_CodeName(c) << "x" << n;
   const std::string& photo = cfg.photoPath;
   const Spread pos = spread(r.errors);
-  std::printf("%-9s %-9s %-5s %-40s frames %3d key %3d dir %s median %.2f p95 %.2f "
-              "floor %.2f step %.2f last %.2f / %.0f%s\n",
-              preset.c_str(), size.c_str(), dir.c_str(),
-              photo.substr(photo.find_last_of('/') + 1).c_str(), r.frames, r.keyFrames,
-              r.directionRight ? "ok" : "WRONG", pos.median, pos.p95,
-              percentile(r.floorErrors, 0.5), percentile(r.stepErrors, 0.5), r.lastError,
-              r.sweptLength, codes.str().c_str());
+  std::printf(
+      "%-9s %-9s %-5s %-40s frames %3d key %3d dir %s median %.2f p95 %.2f "
+      "floor %.2f step %.2f last %.2f / %.0f%s\n",
+      preset.c_str(), size.c_str(), dir.c_str(), photo.substr(photo.find_last_of('/') + 1).c_str(),
+      r.frames, r.keyFrames, r.directionRight ? "ok" : "WRONG", pos.median, pos.p95,
+      percentile(r.floorErrors, 0.5), percentile(r.stepErrors, 0.5), r.lastError, r.sweptLength,
+      codes.str().c_str());
 }
 
 int runEval(const EvalArgs& a) {
@@ -205,16 +231,7 @@ int runEval(const EvalArgs& a) {
     for (const std::string& size : a.sizes)
       for (const std::string& dir : a.directions)
         for (const std::string& photo : photos) {
-          sim::SweepConfig cfg = sim::SweepConfig::fromPreset(preset);
-          const size_t x = size.find('x');
-          cfg.width = std::stoi(size.substr(0, x));
-          cfg.height = std::stoi(size.substr(x + 1));
-          cfg.direction = sim::parseDirection(dir);
-          cfg.model = sim::parseModel(a.model);
-          cfg.photoPath = photo;
-          cfg.frames = a.frames;
-          cfg.seed = a.seed;
-          if (a.gyro) cfg.gyroTimeOffsetMs = a.gyroOffsetMs;
+          const sim::SweepConfig cfg = sweepConfig(a, preset, size, dir, photo);
           SweepResult r;
           try {
             r = runOne(cfg, a.gyro);
@@ -232,9 +249,8 @@ int runEval(const EvalArgs& a) {
 }
 
 Command setupTrackEval(CLI::App& program) {
-  auto args = std::make_shared<EvalArgs>();
-  CLI::App* app = program.add_subcommand(
-      "track-eval", "Run the tracker over simulated sweeps and compare it with the truth");
+  auto [args, app] = addCommand<EvalArgs>(
+      program, "track-eval", "Run the tracker over simulated sweeps and compare it with the truth");
   app->add_option("--photos", args->photos, "Photos (default: ten of /usr/share/backgrounds)")
       ->delimiter(',');
   app->add_option("--sizes", args->sizes, "Frame sizes")->delimiter(',')->capture_default_str();
@@ -252,14 +268,7 @@ Command setupTrackEval(CLI::App& program) {
                   "With --gyro: the gyroscope clock runs this late (ms; noise and bias come from "
                   "the preset)")
       ->capture_default_str();
-  return {app, [args] {
-            try {
-              return runEval(*args);
-            } catch (const sim::SimError& e) {
-              printError("track-eval", e.what());
-              return static_cast<int>(kExitUsage);
-            }
-          }};
+  return {app, [args = args] { return runEval(*args); }};
 }
 
 const CommandRegistration kRegisterTrackEval(setupTrackEval);
