@@ -47,6 +47,7 @@ namespace {
 
 using zolt::test::Engine;
 using zolt::test::Nv21Buffer;
+using zolt::test::takeError;
 constexpr int kErr = ERR_INVALID_DIMENSIONS;
 
 template <typename... Args>
@@ -99,14 +100,6 @@ class CallGuard : public testing::Test {
     EXPECT_EQ(got, code) << line << ": " << ZOLT_PANO_CodeName(got);
     EXPECT_EQ(kept, message.empty() ? line : message);
     EXPECT_EQ(takeError(nullptr) + takeError(engine), 0) << "kept once, in one place: " << line;
-  }
-  // The kept refusal of `handle` (null: this thread's), cleared.
-  static int takeError(void* handle, std::string* message = nullptr) {
-    if (handle == nullptr && message == nullptr) return ZOLT_PANO_GetLastError(nullptr, nullptr, 0);
-    char text[512];
-    const int code = ZOLT_PANO_GetLastError(handle, text, sizeof text);
-    if (message != nullptr) *message = text;
-    return code;
   }
   int selectFrame(void* h, __tag_ZOLT_OFFSCREEN* frame) {
     return ZOLT_PANO_SelectFrames(h, nullptr, nullptr, frame, nullptr, &o.offset, &o.key, nullptr,

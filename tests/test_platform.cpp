@@ -8,6 +8,18 @@
 
 #include "platform/cv_tuned.h"
 #include "platform/system_property.h"
+#include "support/textures.h"
+
+namespace {
+
+// Grey noise blurred to a texture of a few pixels.
+cv::Mat greyTexture(uint64_t seed) {
+  cv::Mat m = zolt::test::noise({120, 90}, CV_8UC1, seed, 0, 255);
+  cv::GaussianBlur(m, m, cv::Size(5, 5), 2);
+  return m;
+}
+
+}  // namespace
 
 TEST(Platform, SystemPropertiesComeFromTheTableThenTheEnvironment) {
   EXPECT_EQ(zolt::systemProperty("ro.zolt.test.unset"), "");
@@ -28,14 +40,11 @@ TEST(Platform, SystemPropertiesComeFromTheTableThenTheEnvironment) {
 // Without the vendor variants the entry points are exactly the standard functions.
 TEST(Platform, TunedVariantsFallBackToTheStandardFunctions) {
   if (zolt::hasTunedResize() || zolt::hasTunedOpticalFlow()) GTEST_SKIP() << "vendor OpenCV";
-  cv::Mat src(90, 120, CV_8UC1);
-  cv::randu(src, 0, 255);
-  cv::Mat a, b;
+  cv::Mat src = greyTexture(1), a, b;
   zolt::tunedResize(src, a, cv::Size(40, 30), 0, 0, cv::INTER_NEAREST);
   cv::resize(src, b, cv::Size(40, 30), 0, 0, cv::INTER_NEAREST);
   EXPECT_EQ(cv::norm(a, b, cv::NORM_INF), 0);
 
-  cv::GaussianBlur(src, src, cv::Size(5, 5), 2);
   cv::Mat shifted;
   cv::Mat m = (cv::Mat_<double>(2, 3) << 1, 0, 2, 0, 1, 1);
   cv::warpAffine(src, shifted, m, src.size());

@@ -84,7 +84,7 @@ TEST(ZoltPanoEngine, SteadySweepBuildsThePanoramaOfTheScene) {
   EXPECT_EQ(engine.release(), 0);
 
   EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "Sensor is not initialised"));
-  for (int code : run.codes()) EXPECT_LT(code, 0x7000) << std::hex << code;  // no ERR_ code
+  for (const auto& f : run.frames) EXPECT_LT(f.code, 0x7000) << std::hex << f.code;  // no ERR_
   EXPECT_EQ(run.frames.front().direction, MOVE_NONE);
   EXPECT_EQ(run.direction(), MOVE_RIGHT);
   EXPECT_GE(run.keys.size(), 2u);

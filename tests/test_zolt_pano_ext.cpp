@@ -21,7 +21,9 @@
 #include "platform/log.h"
 #include "sim/sweep_simulator.h"
 #include "support/engine_sweep.h"
+#include "support/log_capture.h"
 #include "support/nv21_buffer.h"
+#include "support/textures.h"
 #include "zolt_host_sensor.h"
 #include "zolt_pano_ext.h"
 
@@ -31,13 +33,7 @@ using Bytes = std::vector<uint8_t>;
 using zolt::test::Engine;
 using zolt::test::runSweep;
 using zolt::test::SweepRun;
-
-int takeError(void* handle, std::string* message = nullptr) {
-  char text[512] = "not written";
-  const int code = ZOLT_PANO_GetLastError(handle, text, sizeof text);
-  if (message != nullptr) *message = text;
-  return code;
-}
+using zolt::test::takeError;
 
 Bytes readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
@@ -93,12 +89,6 @@ struct Yuv420888 {
   }
 };
 
-// The engine silent for a test's lifetime.
-struct QuietLog {
-  QuietLog() { ZOLT_PANO_SetLogLevel(ANDROID_LOG_SILENT); }
-  ~QuietLog() { ZOLT_PANO_SetLogLevel(ANDROID_LOG_VERBOSE); }
-};
-
 }  // namespace
 
 // Every code of both headers has its name and a hint (only SUCCESS has none); refusals are apart
@@ -148,7 +138,7 @@ TEST(ZoltPanoExt, CodeNamesAndHintsCoverEveryCode) {
 // that is not a live engine is answered as such; options are refused one by one, and a refused
 // option leaves the engine as it was.
 TEST(ZoltPanoExt, LastErrorIsKeptUntilReadAndOptionsAreRefused) {
-  QuietLog quiet;
+  zolt::test::LogCapture quiet;
   tag_ZOLT_PANO_INIT_PARAM p{};
   p.previewWidth = 1280, p.previewHeight = 720;
   void* h = nullptr;
@@ -192,7 +182,7 @@ TEST(ZoltPanoExt, LastErrorIsKeptUntilReadAndOptionsAreRefused) {
 // strides in each of the four plane layouts, packed by ZOLT_PANO_PackNV21. Same canvas, byte for
 // byte. The JPEG in memory is the file's bytes, and at the default quality the original save's.
 TEST(ZoltPanoExt, PaddedCamera2FramesAndEveryJpegPathGiveTheSamePanorama) {
-  QuietLog quiet;
+  zolt::test::LogCapture quiet;
   zolt::sim::SweepSimulator sim(zolt::test::simSweep("steady", zolt::test::kSweepPhoto, 40));
   const int w = sim.width(), h = sim.height();
   Engine packed(w, h, 3 * w), camera2(w, h, 3 * w);
@@ -236,7 +226,7 @@ TEST(ZoltPanoExt, PackNV21RearrangesEveryLayoutAndRefusesWhatIsNotAFrame) {
   for (int w : {2, 6, 34}) {
     const int h = 4;
     Bytes nv21(static_cast<size_t>(w) * h * 3 / 2);
-    for (auto& b : nv21) b = static_cast<uint8_t>(rng());
+    zolt::test::fillBytes(nv21, rng);
     for (Layout layout : {Layout::Planar, Layout::Nv21, Layout::Nv12, Layout::Apart})
       for (int pad : {0, 1, 7}) {
         const Yuv420888 image(nv21.data(), w, h, layout, pad);
@@ -315,7 +305,7 @@ TEST(ZoltPanoExt, CanvasSizeFitsEachDirectionAndRefusesWhatCannotBe) {
 // shorter is full: the key frame that does not fit is reported, and every later frame, and the
 // panorama built so far is still saved.
 TEST(ZoltPanoExt, CanvasOfTheSweepsLengthHoldsItAndAShorterOneIsReportedFull) {
-  QuietLog quiet;
+  zolt::test::LogCapture quiet;
   zolt::sim::SweepSimulator sim(zolt::test::simSweep("steady", zolt::test::kSweepPhoto, 40));
   const int w = sim.width(), h = sim.height();
   auto jpeg = [](const Engine& e) {

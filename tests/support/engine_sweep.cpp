@@ -15,10 +15,7 @@ Engine::Engine(int width, int height, int maxSweep)
   p.previewHeight = height;
   p.camOrientation = 90;
   initial_ = ZOLT_PANO_Initial(&p, &handle_);
-  if (initial_ != ZOLT_PANO_SUCCESS) handle_ = nullptr;
-  if (width > 640 && height > 640) {
-    EXPECT_EQ(ZOLT_PANO_CanvasSize(width, height, 0, 0, &rec_.width, &rec_.height), 0);
-  }
+  ZOLT_PANO_CanvasSize(width, height, 0, 0, &rec_.width, &rec_.height);
 }
 
 int Engine::release() {
@@ -50,13 +47,15 @@ FrameReport Engine::select(const uint8_t* nv21) {
 void Engine::add(FrameReport& r) {
   ZOLT_PANO_AddImage(handle_, nullptr, nullptr, nullptr, nullptr, &rec_, &r.valid, nullptr,
                      &r.progress);
-  r.refusal = ZOLT_PANO_GetLastError(handle_, nullptr, 0);
+  r.refusal = takeError(handle_);
 }
 
-std::set<int> SweepRun::codes() const {
-  std::set<int> s;
-  for (const FrameReport& f : frames) s.insert(f.code);
-  return s;
+int takeError(void* handle, std::string* message) {
+  if (message == nullptr) return ZOLT_PANO_GetLastError(handle, nullptr, 0);
+  char text[512] = "not written";
+  const int code = ZOLT_PANO_GetLastError(handle, text, sizeof text);
+  *message = text;
+  return code;
 }
 
 std::set<int> SweepRun::refusals() const {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <set>
+#include <string>
 #include <vector>
 
 #include "sim/sweep_simulator.h"
@@ -35,15 +36,13 @@ class Engine {
   ~Engine() { release(); }
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;
-
   void* handle() const { return handle_; }
   int initial() const { return initial_; }  // what ZOLT_PANO_Initial returned
-  // ZOLT_PANO_Release's result; 0 when already released.
-  int release();
+  int release();                            // ZOLT_PANO_Release's result; 0 when released
 
-  // SelectFrames on one packed NV21 frame of the preview's size.
+  // SelectFrames on one packed NV21 frame of the preview's size; AddImage into the canvas,
+  // completing the frame's report.
   FrameReport select(const uint8_t* nv21);
-  // AddImage into the canvas, completing the frame's report.
   void add(FrameReport& r);
   FrameReport feed(const uint8_t* nv21) {
     FrameReport r = select(nv21);
@@ -52,7 +51,6 @@ class Engine {
   }
 
   const std::vector<uint8_t>& canvasBytes() const { return canvas_; }
-  __tag_ZOLT_OFFSCREEN& canvas() { return rec_; }
 
  private:
   int width_, height_, maxSweep_;
@@ -61,6 +59,9 @@ class Engine {
   std::vector<uint8_t> canvas_;
   __tag_ZOLT_OFFSCREEN rec_{};
 };
+
+// ZOLT_PANO_GetLastError of `handle` (null: this thread's), which clears it; with its message.
+int takeError(void* handle, std::string* message = nullptr);
 
 // A key frame as merged, with what the simulator says of it.
 struct KeyFrame {
@@ -74,7 +75,6 @@ struct SweepRun {
   std::vector<KeyFrame> keys;
   tsRECT valid{};  // after the last frame
   int direction() const { return frames.empty() ? 0 : frames.back().direction; }
-  std::set<int> codes() const;
   std::set<int> refusals() const;
 };
 
