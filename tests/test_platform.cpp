@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <vector>
 
 #include <opencv2/imgproc.hpp>
 #include <opencv2/video/tracking.hpp>
@@ -56,4 +57,36 @@ TEST(Platform, TunedVariantsFallBackToTheStandardFunctions) {
   cv::calcOpticalFlowPyrLK(src, shifted, pts, p2, s2, e2, cv::Size(21, 21), 2, tc, 0, 1e-4);
   EXPECT_EQ(p1, p2);
   EXPECT_EQ(s1, s2);
+}
+
+// The tracker drops points whose window is too flat to follow: the smallest eigenvalue of its
+// gradient matrix below 0.001, ten times OpenCV's default. A faint copy of a texture lies between
+// the two (its eigenvalues measured first): at the tracker's settings (31 x 31 window, three
+// levels, 20 iterations or 0.03 px) its points are lost, at the default they are kept; the
+// texture itself is kept at both.
+TEST(Platform, OpticalFlowDropsPointsBelowTheTrackersMinimumEigenvalue) {
+  const cv::Mat texture = greyTexture(2);
+  cv::Mat faint;
+  texture.convertTo(faint, CV_8U, 0.09, 128 * 0.91);  // contrast down to 9 %
+  std::vector<cv::Point2f> pts;
+  for (int y = 30; y <= 60; y += 15)
+    for (int x = 30; x <= 90; x += 20) pts.emplace_back(x, y);
+  const cv::TermCriteria criteria(cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 20, 0.03);
+  std::vector<float> eig;
+  auto track = [&](const cv::Mat& img, int flags, double minEig) {
+    std::vector<cv::Point2f> next;
+    std::vector<uchar> status;
+    zolt::tunedCalcOpticalFlowPyrLK(img, img, pts, next, status, eig, cv::Size(31, 31), 3, criteria,
+                                    flags, minEig);
+    return status;
+  };
+  track(faint, cv::OPTFLOW_LK_GET_MIN_EIGENVALS, 0);
+  for (float e : eig) ASSERT_TRUE(e > 1.5e-4 && e < 1e-3 / 1.5) << e;  // 2.9e-4..3.6e-4 measured
+  track(texture, cv::OPTFLOW_LK_GET_MIN_EIGENVALS, 0);
+  for (float e : eig) ASSERT_GT(e, 1e-2);
+
+  const std::vector<uchar> lost(pts.size(), 0), kept(pts.size(), 1);
+  EXPECT_EQ(track(faint, 0, 0.001), lost);
+  EXPECT_EQ(track(faint, 0, 1e-4), kept);
+  EXPECT_EQ(track(texture, 0, 0.001), kept);
 }
