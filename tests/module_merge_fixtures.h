@@ -4,7 +4,6 @@
 #include <cctype>
 #include <cstdint>
 #include <functional>
-#include <random>
 #include <string>
 
 #include <opencv2/core.hpp>
@@ -12,6 +11,7 @@
 #include "image/nv21_img.h"
 #include "merger/module_merge.h"
 #include "support/nv21_buffer.h"
+#include "support/textures.h"
 #include "zolt_pano.h"
 
 namespace zolt::test {
@@ -25,22 +25,17 @@ struct Frame : NV21Img {
 };
 
 // Fills an owning frame from functions of (x, y) and, for chroma, (even x, even y, byte).
-inline void fillFrame(NV21Img& f, int w, int h, const std::function<uint8_t(int, int)>& luma,
-                      const std::function<uint8_t(int, int, int)>& chroma =
-                          [](int, int, int) { return uint8_t{128}; }) {
+inline void fillFrame(
+    NV21Img& f, int w, int h, const std::function<uint8_t(int, int)>& luma,
+    const std::function<uint8_t(int, int, int)>& chroma = [](int, int, int) {
+      return uint8_t{128};
+    }) {
   f.nvCreate(h, w);
   for (int y = 0; y < h; ++y)
     for (int x = 0; x < w; ++x) f.yPlane[static_cast<size_t>(y) * w + x] = luma(x, y);
   for (int y = 0; y < h / 2; ++y)
     for (int x = 0; x < w; ++x)
       f.vuPlane[static_cast<size_t>(y) * w + x] = chroma(x & ~1, 2 * y, x & 1);
-}
-
-inline void randomFrame(NV21Img& f, int w, int h, uint32_t seed) {
-  f.nvCreate(h, w);
-  std::mt19937 rng(seed);
-  for (size_t i = 0; i < static_cast<size_t>(w) * h * 3 / 2; ++i)
-    f.yPlane[i] = static_cast<uint8_t>(rng());
 }
 
 // Places a uniform first frame, leaving the merger ready for direct calls of its stages with
@@ -76,7 +71,8 @@ inline std::string maskNumber(std::string line, const std::string& marker) {
   if (at == std::string::npos) return line;
   const size_t from = at + marker.size();
   size_t to = from;
-  while (to < line.size() && (std::isdigit(static_cast<unsigned char>(line[to])) || line[to] == '.'))
+  while (to < line.size() &&
+         (std::isdigit(static_cast<unsigned char>(line[to])) || line[to] == '.'))
     ++to;
   return line.replace(from, to - from, "T");
 }

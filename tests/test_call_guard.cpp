@@ -8,8 +8,8 @@
 #include <algorithm>
 #include <atomic>
 #include <climits>
-#include <cstdlib>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <new>
 #include <string>
@@ -19,9 +19,9 @@
 #include "merger/module_merge.h"
 #include "sensor/sensor_handle.h"
 #include "sim/sweep_simulator.h"
+#include "support/engine_sweep.h"
 #include "support/log_capture.h"
 #include "support/nv21_buffer.h"
-#include "support/sim_sweep.h"
 #include "zolt_host_sensor.h"
 #include "zolt_pano.h"
 #include "zolt_pano_ext.h"
@@ -45,16 +45,10 @@ void operator delete(void* p, size_t) noexcept { giveBack(p); }
 
 namespace {
 
+using zolt::test::Engine;
 using zolt::test::Nv21Buffer;
+using zolt::test::takeError;
 constexpr int kErr = ERR_INVALID_DIMENSIONS;
-
-void* newEngine(int w = 1280, int h = 720) {
-  tag_ZOLT_PANO_INIT_PARAM p{};
-  p.previewWidth = w, p.previewHeight = h;
-  void* handle = nullptr;
-  EXPECT_EQ(ZOLT_PANO_Initial(&p, &handle), SUCCESS);
-  return handle;
-}
 
 template <typename... Args>
 std::string format(const char* fmt, Args... args) {
@@ -78,7 +72,7 @@ struct Outputs {
 class CallGuard : public testing::Test {
  protected:
   zolt::test::LogCapture log;
-  Outputs o;  // what `call` writes through
+  Outputs o;               // what `call` writes through
   void* engine = nullptr;  // the live engine whose refusals GetLastError reads, if any
 
   void TearDown() override { zolt_host_sensor_set_gyroscope(0); }
@@ -107,14 +101,6 @@ class CallGuard : public testing::Test {
     EXPECT_EQ(kept, message.empty() ? line : message);
     EXPECT_EQ(takeError(nullptr) + takeError(engine), 0) << "kept once, in one place: " << line;
   }
-  // The kept refusal of `handle` (null: this thread's), cleared.
-  static int takeError(void* handle, std::string* message = nullptr) {
-    if (handle == nullptr && message == nullptr) return ZOLT_PANO_GetLastError(nullptr, nullptr, 0);
-    char text[512];
-    const int code = ZOLT_PANO_GetLastError(handle, text, sizeof text);
-    if (message != nullptr) *message = text;
-    return code;
-  }
   int selectFrame(void* h, __tag_ZOLT_OFFSCREEN* frame) {
     return ZOLT_PANO_SelectFrames(h, nullptr, nullptr, frame, nullptr, &o.offset, &o.key, nullptr,
                                   &o.dir, &o.length);
@@ -134,7 +120,10 @@ TEST_F(CallGuard, HandlesThatAreNotLiveEnginesAreRefused) {
   zolt_host_sensor_set_gyroscope(1);  // every engine made starts one in pSensorHandle
   Nv21Buffer frame(1280, 720, 90), canvas(2560, 720);
   int foreign[64] = {};
-  void* released = newEngine();
+  tag_ZOLT_PANO_INIT_PARAM p{};
+  p.previewWidth = 1280, p.previewHeight = 720;
+  void* released = nullptr;
+  ASSERT_EQ(ZOLT_PANO_Initial(&p, &released), SUCCESS);
   ASSERT_NE(pSensorHandle, nullptr);
   void* const stale = released;
   watched = stale;
@@ -144,13 +133,9 @@ TEST_F(CallGuard, HandlesThatAreNotLiveEnginesAreRefused) {
   EXPECT_EQ(pSensorHandle, nullptr);  // a live engine's release stops the gyroscope
   // Its memory is held back while the next engines come and go, so no new engine gets its
   // address and it stays stale.
-  for (int i = 0; i < 16; ++i) {
-    void* h = newEngine(642, 642);
-    EXPECT_NE(h, stale);
-    ZOLT_PANO_Release(&h);
-  }
+  for (int i = 0; i < 16; ++i) EXPECT_NE(Engine(642, 642).handle(), stale);
   EXPECT_FALSE(watchedFreed);
-  void* live = newEngine();
+  Engine live;
   SensorInterface* const running = pSensorHandle;
   ASSERT_NE(running, nullptr);
 
@@ -160,16 +145,20 @@ TEST_F(CallGuard, HandlesThatAreNotLiveEnginesAreRefused) {
     auto line = [h](const char* call) {
       return format("%s :: Invalid handle %p : not a live engine, call ignored", call, h);
     };
-    refused(kErr, ZOLT_PANO_ERR_NOT_ENGINE, line("ZOLT_PANO_SelectFrames"), [&] { return selectFrame(h, &frame.rec); });
+    refused(kErr, ZOLT_PANO_ERR_NOT_ENGINE, line("ZOLT_PANO_SelectFrames"),
+            [&] { return selectFrame(h, &frame.rec); });
     EXPECT_EQ(o.key, 0);
-    refused(0, ZOLT_PANO_ERR_NOT_ENGINE, line("ZOLT_PANO_AddImage"), [&] { return addImage(h, &canvas.rec); });
+    refused(0, ZOLT_PANO_ERR_NOT_ENGINE, line("ZOLT_PANO_AddImage"),
+            [&] { return addImage(h, &canvas.rec); });
     refused(0, ZOLT_PANO_ERR_NOT_ENGINE, line("ZOLT_PANO_GetTrackInfo"),
             [&] { return ZOLT_PANO_GetTrackInfo(h, &o.offset, &o.key); });
     EXPECT_EQ(o.key, -77);
-    refused(0, ZOLT_PANO_ERR_NOT_ENGINE, line("ZOLT_PANO_SaveImage"), [&] { return ZOLT_PANO_SaveImage(h, out), 0; });
+    refused(0, ZOLT_PANO_ERR_NOT_ENGINE, line("ZOLT_PANO_SaveImage"),
+            [&] { return ZOLT_PANO_SaveImage(h, out), 0; });
     EXPECT_FALSE(std::filesystem::exists(out + ".jpg"));
     void* slot = h;
-    refused(0, ZOLT_PANO_ERR_NOT_ENGINE, line("ZOLT_PANO_Release"), [&] { return ZOLT_PANO_Release(&slot); });
+    refused(0, ZOLT_PANO_ERR_NOT_ENGINE, line("ZOLT_PANO_Release"),
+            [&] { return ZOLT_PANO_Release(&slot); });
     EXPECT_EQ(slot, h);
     EXPECT_EQ(pSensorHandle, running);  // the gyroscope runs on
   }
@@ -177,9 +166,9 @@ TEST_F(CallGuard, HandlesThatAreNotLiveEnginesAreRefused) {
   refused(0, ZOLT_PANO_ERR_NULL_ARGUMENT, "ZOLT_PANO_Release :: NULL handle pointer : call ignored",
           [] { return ZOLT_PANO_Release(nullptr); });
   // The live engine was not disturbed and still works.
-  EXPECT_EQ(selectFrame(live, &frame.rec), INFO_TRACE_FIRST_FRAME);
-  EXPECT_EQ(static_cast<OrreryEngine*>(live)->trackFrames, 1);
-  EXPECT_EQ(ZOLT_PANO_Release(&live), 0);
+  EXPECT_EQ(selectFrame(live.handle(), &frame.rec), INFO_TRACE_FIRST_FRAME);
+  EXPECT_EQ(static_cast<OrreryEngine*>(live.handle())->trackFrames, 1);
+  EXPECT_EQ(live.release(), 0);
   EXPECT_EQ(pSensorHandle, nullptr);
 }
 
@@ -189,18 +178,21 @@ TEST_F(CallGuard, InitialRefusesNullSlotsAndEmptyPreviews) {
   tag_ZOLT_PANO_INIT_PARAM p{};
   void* handle = &p;
   const char* nullArgument = "ZOLT_PANO_Initial :: NULL argument : call ignored";
-  refused(kErr, ZOLT_PANO_ERR_NULL_ARGUMENT, nullArgument, [&] { return ZOLT_PANO_Initial(nullptr, &handle); });
+  refused(kErr, ZOLT_PANO_ERR_NULL_ARGUMENT, nullArgument,
+          [&] { return ZOLT_PANO_Initial(nullptr, &handle); });
   p.previewWidth = 1280, p.previewHeight = 720;
-  refused(kErr, ZOLT_PANO_ERR_NULL_ARGUMENT, nullArgument, [&] { return ZOLT_PANO_Initial(&p, nullptr); });
-  const int sizes[][2] = {{0, 0},         {0, 720},       {1280, 0},  {-2, 900},
+  refused(kErr, ZOLT_PANO_ERR_NULL_ARGUMENT, nullArgument,
+          [&] { return ZOLT_PANO_Initial(&p, nullptr); });
+  const int sizes[][2] = {{0, 0},        {0, 720},       {1280, 0},  {-2, 900},
                           {-1280, -720}, {INT_MIN, 720}, {640, 480}, {1280, 640}};
   for (const auto& size : sizes) {
     SCOPED_TRACE(testing::Message() << size[0] << "x" << size[1]);
     p.previewWidth = size[0], p.previewHeight = size[1];
-    refused(kErr, kErr, "ZOLT_PANO_Initial :: Invalid Dimensions : returning ERROR",
-            [&] { return ZOLT_PANO_Initial(&p, &handle); },
-            format("ZOLT_PANO_Initial :: preview %dx%d : both sides must be above 640", size[0],
-                   size[1]));
+    refused(
+        kErr, kErr, "ZOLT_PANO_Initial :: Invalid Dimensions : returning ERROR",
+        [&] { return ZOLT_PANO_Initial(&p, &handle); },
+        format("ZOLT_PANO_Initial :: preview %dx%d : both sides must be above 640", size[0],
+               size[1]));
   }
   EXPECT_EQ(handle, &p);
 }
@@ -210,30 +202,35 @@ TEST_F(CallGuard, InitialRefusesNullSlotsAndEmptyPreviews) {
 // record says, so that AddressSanitizer sees a read past it), each followed by an AddImage that
 // has nothing to merge; saves that cannot write. Then a good frame still goes through.
 TEST_F(CallGuard, NullOutputsAndUnreadableFramesAreRefused) {
-  void* h = engine = newEngine();
+  Engine e;
+  void* h = engine = e.handle();
   Nv21Buffer frame(1280, 720, 90), canvas(2560, 720), empty(2, 2);
   empty.rec.width = empty.rec.height = 0;
   for (int n = 0; n < 4; ++n)  // offset, key-frame flag, direction, sweep length
-    refused(kErr, ZOLT_PANO_ERR_NULL_ARGUMENT, "ZOLT_PANO_SelectFrames :: NULL argument : call ignored", [&] {
-      return ZOLT_PANO_SelectFrames(h, nullptr, nullptr, &frame.rec, nullptr,
-                                    n == 0 ? nullptr : &o.offset, n == 1 ? nullptr : &o.key,
-                                    nullptr, n == 2 ? nullptr : &o.dir,
-                                    n == 3 ? nullptr : &o.length);
-    });
+    refused(kErr, ZOLT_PANO_ERR_NULL_ARGUMENT,
+            "ZOLT_PANO_SelectFrames :: NULL argument : call ignored", [&] {
+              return ZOLT_PANO_SelectFrames(h, nullptr, nullptr, &frame.rec, nullptr,
+                                            n == 0 ? nullptr : &o.offset, n == 1 ? nullptr : &o.key,
+                                            nullptr, n == 2 ? nullptr : &o.dir,
+                                            n == 3 ? nullptr : &o.length);
+            });
   for (int n = 0; n < 2; ++n)  // valid rectangle, progress
-    refused(0, ZOLT_PANO_ERR_NULL_ARGUMENT, "ZOLT_PANO_AddImage :: NULL argument : call ignored", [&] {
-      return ZOLT_PANO_AddImage(h, nullptr, nullptr, nullptr, nullptr, &canvas.rec,
-                                n == 0 ? nullptr : &o.rect, nullptr,
-                                n == 1 ? nullptr : &o.progress);
-    });
+    refused(0, ZOLT_PANO_ERR_NULL_ARGUMENT, "ZOLT_PANO_AddImage :: NULL argument : call ignored",
+            [&] {
+              return ZOLT_PANO_AddImage(h, nullptr, nullptr, nullptr, nullptr, &canvas.rec,
+                                        n == 0 ? nullptr : &o.rect, nullptr,
+                                        n == 1 ? nullptr : &o.progress);
+            });
   for (__tag_ZOLT_OFFSCREEN* c : {static_cast<__tag_ZOLT_OFFSCREEN*>(nullptr), &empty.rec})
     refused(0, c == nullptr ? ZOLT_PANO_ERR_NULL_ARGUMENT : ZOLT_PANO_ERR_CANVAS_INVALID,
             "ZOLT_PANO_AddImage :: Invalid canvas : NULL record or empty : call ignored",
             [&] { return addImage(h, c); });
   for (int n = 0; n < 2; ++n) {  // offset, key-frame flag
-    refused(0, ZOLT_PANO_ERR_NULL_ARGUMENT, "ZOLT_PANO_GetTrackInfo :: NULL argument : call ignored", [&] {
-      return ZOLT_PANO_GetTrackInfo(h, n == 0 ? nullptr : &o.offset, n == 1 ? nullptr : &o.key);
-    });
+    refused(0, ZOLT_PANO_ERR_NULL_ARGUMENT,
+            "ZOLT_PANO_GetTrackInfo :: NULL argument : call ignored", [&] {
+              return ZOLT_PANO_GetTrackInfo(h, n == 0 ? nullptr : &o.offset,
+                                            n == 1 ? nullptr : &o.key);
+            });
     EXPECT_EQ(o.key, -77);
   }
 
@@ -254,7 +251,8 @@ TEST_F(CallGuard, NullOutputsAndUnreadableFramesAreRefused) {
                           s[0], s[1]),
             [&] { return selectFrame(h, &bad.rec); });
     EXPECT_EQ(o.key, 0);
-    refused(0, ZOLT_PANO_ERR_FRAME_REFUSED, "ZOLT_PANO_AddImage :: last frame was refused : nothing to merge",
+    refused(0, ZOLT_PANO_ERR_FRAME_REFUSED,
+            "ZOLT_PANO_AddImage :: last frame was refused : nothing to merge",
             [&] { return addImage(h, &canvas.rec); });
   }
   EXPECT_EQ(static_cast<OrreryEngine*>(h)->trackFrames, 0);
@@ -280,19 +278,18 @@ TEST_F(CallGuard, NullOutputsAndUnreadableFramesAreRefused) {
   EXPECT_EQ(selectFrame(h, &frame.rec), INFO_TRACE_FIRST_FRAME);
   EXPECT_EQ(addImage(h, &canvas.rec), 0);
   EXPECT_EQ(o.progress, 0);  // the AddImage after a good frame goes through again
-  EXPECT_EQ(ZOLT_PANO_Release(&h), 0);
+  EXPECT_EQ(e.release(), 0);
 }
 
 // A sweep run up to its first merge, where each canvas that cannot take it is offered first:
 // refused with the canvas left unwritten and the merger not started; then the right canvas
 // takes the frame.
 TEST_F(CallGuard, CanvasesThatCannotTakeTheSweepAreRefused) {
-  zolt::sim::SweepSimulator sim(zolt::test::simSweep(
-      "steady", "/usr/share/backgrounds/picosdeeuropa_by_Aitzol_Berasategi.jpg", 40));
+  zolt::sim::SweepSimulator sim(zolt::test::simSweep("steady", zolt::test::kSweepPhoto, 40));
   const int w = sim.width(), h = sim.height();
-  void* handle = engine = newEngine(w, h);
+  Engine e(w, h, 3 * w);
+  void* handle = engine = e.handle();
   auto* merger = static_cast<OrreryEngine*>(handle)->merger;
-  Nv21Buffer good(3 * w, h, 0, 0);
   const std::string sweep = format("cannot take a horizontal sweep of %dx%d frames", w, h);
   const std::string layout = "needs even sides and one buffer, VU behind Y";
   const struct {
@@ -303,25 +300,23 @@ TEST_F(CallGuard, CanvasesThatCannotTakeTheSweepAreRefused) {
                {3 * w, h + 2, 0, false, sweep}, {3 * w + 1, h, 0, false, layout},
                {3 * w, h, 64, false, layout},   {3 * w, h, 0, true, layout}};
   for (zolt::sim::SimFrame f; !merger->panoInitialised && sim.next(f);) {
-    __tag_ZOLT_OFFSCREEN frame{0, w, h, f.nv21.data(), f.nv21.data() + static_cast<size_t>(w) * h};
-    selectFrame(handle, &frame);
-    const bool key = o.key == 1;
-    if (key) {
-      ASSERT_EQ(o.dir, MOVE_RIGHT);
+    zolt::test::FrameReport r = e.select(f.nv21.data());
+    if (r.key == 1) {
+      ASSERT_EQ(r.direction, MOVE_RIGHT);
       for (const auto& c : cases) {
         std::vector<uint8_t> bytes(static_cast<size_t>(c.cw) * c.ch * 3 / 2 + c.gap + 1, 7);
         __tag_ZOLT_OFFSCREEN bad{0, c.cw, c.ch, c.nullY ? nullptr : bytes.data(),
                                  bytes.data() + static_cast<size_t>(c.cw) * c.ch + c.gap};
         refused(0, ZOLT_PANO_ERR_CANVAS_INVALID,
-                format("ZOLT_PANO_AddImage :: Invalid canvas : %dx%d %s : call ignored", c.cw,
-                       c.ch, c.why.c_str()),
+                format("ZOLT_PANO_AddImage :: Invalid canvas : %dx%d %s : call ignored", c.cw, c.ch,
+                       c.why.c_str()),
                 [&] { return addImage(handle, &bad); });
         EXPECT_EQ(std::count(bytes.begin(), bytes.end(), 7), static_cast<long>(bytes.size()));
         EXPECT_FALSE(merger->panoInitialised);
       }
     }
-    addImage(handle, &good.rec);
-    EXPECT_EQ(merger->panoInitialised, key);  // the right canvas takes the first key frame
+    e.add(r);
+    EXPECT_EQ(merger->panoInitialised, r.key == 1);  // the right canvas takes the first key frame
   }
   EXPECT_TRUE(merger->panoInitialised);
   // Now there is a panorama, but no folder to write it to.
@@ -333,5 +328,5 @@ TEST_F(CallGuard, CanvasesThatCannotTakeTheSweepAreRefused) {
   refused(ZOLT_PANO_ERR_WRITE_FAILED, ZOLT_PANO_ERR_WRITE_FAILED,
           "ZOLT_PANO_SaveJpeg :: cannot write '" + nowhere + "' : No such file or directory",
           [&] { return ZOLT_PANO_SaveJpeg(handle, nowhere.c_str(), 90); });
-  EXPECT_EQ(ZOLT_PANO_Release(&handle), 0);
+  EXPECT_EQ(e.release(), 0);
 }

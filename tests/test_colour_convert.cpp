@@ -12,8 +12,10 @@
 
 #include "image/colour_convert.h"
 #include "image/nv21_img.h"
+#include "support/textures.h"
 
 using zolt::ColourKernels;
+using zolt::test::randomBytes;
 
 namespace {
 
@@ -26,17 +28,10 @@ const std::vector<const ColourKernels*>& vectorTargets() {
   return all;
 }
 
-std::vector<uint8_t> randomBytes(size_t n, uint32_t seed) {
-  std::mt19937 rng(seed);
-  std::vector<uint8_t> v(n);
-  for (auto& b : v) b = static_cast<uint8_t>(rng());
-  return v;
-}
-
 // Y of both rows, then the VU row, of `pairs` 2x2 blocks through a kernel set. Each output has
 // `pad` bytes of 0xCD behind it, to show writes beyond.
-std::vector<uint8_t> toNv21(const ColourKernels& k, const uint8_t* r0, const uint8_t* r1,
-                            int pairs, int pad = 0) {
+std::vector<uint8_t> toNv21(const ColourKernels& k, const uint8_t* r0, const uint8_t* r1, int pairs,
+                            int pad = 0) {
   std::vector<uint8_t> y0(2 * pairs + pad, 0xCD), y1 = y0, vu = y0;
   k.bgrRowPairToNv21(r0, r1, y0.data(), y1.data(), vu.data(), pairs);
   y0.insert(y0.end(), y1.begin(), y1.end());
@@ -55,12 +50,21 @@ std::vector<uint8_t> toNv21(const ColourKernels& k, const uint8_t* r0, const uin
 // trunc(0.114 * 255 + 0.5) = 29, V = (512 - 0.1 * 1020) / 4 = 102.5 -> 102, U = (0.436 * 1020 +
 // 512) / 4 = 239.18 -> 239; red V = (0.615 * 1020 + 512) / 4 = 284.8 -> 255.
 TEST(ColourConvert, FixedValues) {
-  const struct { uint8_t y, u, v; cv::Vec3b bgr; } toBgr[] = {
-      {128, 128, 128, {128, 128, 128}}, {255, 128, 128, {255, 255, 255}},
-      {0, 255, 128, {225, 0, 0}}, {10, 127, 129, {8, 9, 11}}, {0, 0, 0, {0, 135, 0}}};
-  const struct { cv::Vec3b bgr; uint8_t y, v, u; } toNv[] = {
-      {{0, 0, 0}, 0, 128, 128}, {{255, 255, 255}, 255, 127, 128},
-      {{255, 0, 0}, 29, 102, 239}, {{0, 0, 255}, 76, 255, 90}};
+  const struct {
+    uint8_t y, u, v;
+    cv::Vec3b bgr;
+  } toBgr[] = {{128, 128, 128, {128, 128, 128}},
+               {255, 128, 128, {255, 255, 255}},
+               {0, 255, 128, {225, 0, 0}},
+               {10, 127, 129, {8, 9, 11}},
+               {0, 0, 0, {0, 135, 0}}};
+  const struct {
+    cv::Vec3b bgr;
+    uint8_t y, v, u;
+  } toNv[] = {{{0, 0, 0}, 0, 128, 128},
+              {{255, 255, 255}, 255, 127, 128},
+              {{255, 0, 0}, 29, 102, 239},
+              {{0, 0, 255}, 76, 255, 90}};
   std::vector<const ColourKernels*> all = vectorTargets();
   all.push_back(&ref());
   for (const ColourKernels* k : all) {
@@ -187,7 +191,8 @@ TEST(ColourConvert, RowKernelsMatchReferenceAtEveryStartAndLength) {
       const std::vector<uint8_t> r0 = randomBytes(6 * pairs, pairs),
                                  r1 = randomBytes(6 * pairs, ~pairs);
       ASSERT_EQ(toNv21(ref(), r0.data(), r1.data(), pairs, 4),
-                toNv21(*k, r0.data(), r1.data(), pairs, 4)) << pairs;
+                toNv21(*k, r0.data(), r1.data(), pairs, 4))
+          << pairs;
     }
   }
 }
@@ -197,7 +202,7 @@ TEST(ColourConvert, RowKernelsMatchReferenceAtEveryStartAndLength) {
 // same bytes and nothing written past the planes.
 TEST(ColourConvert, ImagesAndRegionsMatchAcrossKernelsOnOddAndEvenSizes) {
   std::mt19937 rng(1234);
-  const int sizes[][2] = {{1, 1},  {2, 2},  {3, 5},   {17, 9},  {33, 64},
+  const int sizes[][2] = {{1, 1},  {2, 2},   {3, 5},    {17, 9},   {33, 64},
                           {64, 3}, {97, 31}, {130, 66}, {255, 17}, {640, 2}};
   const cv::Scalar old(9, 8, 7);
   for (const auto& s : sizes) {
@@ -207,8 +212,8 @@ TEST(ColourConvert, ImagesAndRegionsMatchAcrossKernelsOnOddAndEvenSizes) {
     const std::vector<uint8_t> nv = randomBytes(ySize + vuSize, rng());
     auto toBgr = [&](const ColourKernels& k, const cv::Rect& r) {
       cv::Mat out(h, w, CV_8UC3, old);
-      zolt::nv21ToBgr(k, nv.data(), nv.data() + ySize, vuSize, w, h, out.data, out.step, r.x,
-                      r.y, r.width, r.height);
+      zolt::nv21ToBgr(k, nv.data(), nv.data() + ySize, vuSize, w, h, out.data, out.step, r.x, r.y,
+                      r.width, r.height);
       return out;
     };
     const cv::Rect all(0, 0, w, h);

@@ -6,6 +6,8 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "support/textures.h"
+
 namespace {
 
 // A dark image with one bright, slightly blurred 8 x 8 square in every block (FAST's
@@ -13,7 +15,8 @@ namespace {
 cv::Mat squares(int rows, int cols) {
   cv::Mat m(rows, cols, CV_8UC1, cv::Scalar(30));
   for (int y = 0; y + 32 <= rows; y += 32)
-    for (int x = 0; x + 32 <= cols; x += 32) m(cv::Rect(x + 12, y + 11, 8 + (x / 32) % 3, 8)).setTo(200);
+    for (int x = 0; x + 32 <= cols; x += 32)
+      m(cv::Rect(x + 12, y + 11, 8 + (x / 32) % 3, 8)).setTo(200);
   cv::GaussianBlur(m, m, cv::Size(3, 3), 0.8);
   return m;
 }
@@ -21,7 +24,12 @@ cv::Mat squares(int rows, int cols) {
 // The partial last block column and row are never searched; a sweep leaves out the margins
 // (20 % of the size, in whole blocks) across which it runs.
 TEST(Feat, SearchedBlocksFollowTheDirectionAndSkipOccupiedOnes) {
-  const struct { int rows, cols; MoveDirection dir; size_t count; cv::Point front, back; } cases[] = {
+  const struct {
+    int rows, cols;
+    MoveDirection dir;
+    size_t count;
+    cv::Point front, back;
+  } cases[] = {
       {240, 320, MOVE_NONE, 70, {0, 0}, {9, 6}},  {240, 320, MOVE_LEFT, 42, {2, 0}, {7, 6}},
       {240, 320, MOVE_DOWN, 50, {0, 1}, {9, 5}},  {225, 400, MOVE_NONE, 84, {0, 0}, {11, 6}},
       {225, 400, MOVE_RIGHT, 56, {2, 0}, {9, 6}}, {225, 400, MOVE_LEFT, 56, {2, 0}, {9, 6}},
@@ -57,9 +65,11 @@ TEST(Feat, OneCornerPerEmptyBlockAppended) {
   for (size_t i = 1; i < out.size(); ++i) {
     ++perBlock[static_cast<int>(out[i].x) / 32 + 13 * (static_cast<int>(out[i].y) / 32)];
     // A corner of the block's square, well inside the block.
-    EXPECT_TRUE(static_cast<int>(out[i].x) % 32 >= 5 && static_cast<int>(out[i].x) % 32 <= 26) << out[i];
+    EXPECT_TRUE(static_cast<int>(out[i].x) % 32 >= 5 && static_cast<int>(out[i].x) % 32 <= 26)
+        << out[i];
   }
-  for (int b = 0; b < 13 * 8; ++b) EXPECT_EQ(perBlock[b], b % 13 < 12 && b / 13 < 7 && b != 14 && b != 61) << b;
+  for (int b = 0; b < 13 * 8; ++b)
+    EXPECT_EQ(perBlock[b], b % 13 < 12 && b / 13 < 7 && b != 14 && b != 61) << b;
   // A square whose corners fall 3 pixels from the block border: FAST finds them, the score
   // window does not fit, so the block adds nothing.
   cv::Mat img(63, 63, CV_8UC1, cv::Scalar(30));
@@ -74,10 +84,10 @@ TEST(Feat, OneCornerPerEmptyBlockAppended) {
 }
 
 TEST(ShiTomasiScore, GuardEdgesAndCorners) {
-  cv::Mat noise(32, 32, CV_8UC1);
-  cv::randu(noise, 0, 256);
+  const cv::Mat noise = zolt::test::noise({32, 32}, CV_8UC1, 1);
   // The 8 x 8 window and its gradients must fit: x and y from 5 to size - 6.
-  for (const cv::Point p : {cv::Point(4, 16), cv::Point(16, 4), cv::Point(27, 16), cv::Point(16, 27)})
+  for (const cv::Point p :
+       {cv::Point(4, 16), cv::Point(16, 4), cv::Point(27, 16), cv::Point(16, 27)})
     EXPECT_EQ(shiTomasiScore(noise, p.x, p.y), 0.0) << p;
   EXPECT_TRUE(shiTomasiScore(noise, 5, 5) > 0.0 && shiTomasiScore(noise, 26, 26) > 0.0);
   EXPECT_DOUBLE_EQ(shiTomasiScore(noise, 9, 17), shiTomasiScore(noise.t(), 17, 9));  // symmetric

@@ -30,7 +30,6 @@ class HostSensor : public testing::Test {
  protected:
   void SetUp() override { zolt_host_sensor_set_gyroscope(1); }
   void TearDown() override { zolt_host_sensor_set_gyroscope(0); }
-  tag_ZOLT_PANO_INIT_PARAM p = previewParam();
 };
 
 // The service as the polling thread uses it: a queue takes events only while enabled and hands
@@ -45,8 +44,8 @@ TEST_F(HostSensor, QueueAndSync) {
   ASensorManager* manager = ASensorManager_getInstance();
   const ASensor* gyro = ASensorManager_getDefaultSensor(manager, ASENSOR_TYPE_GYROSCOPE);
   ASSERT_NE(gyro, nullptr);
-  ASensorEventQueue* q = ASensorManager_createEventQueue(manager, ALooper_prepare(0), 7, nullptr,
-                                                         nullptr);
+  ASensorEventQueue* q =
+      ASensorManager_createEventQueue(manager, ALooper_prepare(0), 7, nullptr, nullptr);
   ASSERT_NE(q, nullptr);
   ASensorEvent e;
   zolt_host_sensor_push_gyro(1, 0, 0, 0);  // not enabled yet: dropped
@@ -96,23 +95,22 @@ TEST_F(HostSensor, QueueAndSync) {
 // landscape camera, and the log prints the matrix with its last two entries swapped.
 TEST_F(HostSensor, AttitudeReachesTheEngine) {
   Nv21Buffer frame(1280, 720, 90);
-  void* handle = nullptr;
   LogCapture log;
-  ASSERT_EQ(ZOLT_PANO_Initial(&p, &handle), SUCCESS);
+  Engine engine;
+  ASSERT_EQ(engine.initial(), SUCCESS);
   ASSERT_NE(pSensorHandle, nullptr);
-  EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, "ZOLT_PANO_Initial :: SensorInterface : Init Success"));
+  EXPECT_TRUE(
+      log.contains(ANDROID_LOG_INFO, "ZOLT_PANO_Initial :: SensorInterface : Init Success"));
   auto select = [&] {
-    tsPOINT offset{};
-    long key = 0;
-    int dir = 0, length = 0;
     log.clear();
-    ZOLT_PANO_SelectFrames(handle, nullptr, nullptr, &frame.rec, nullptr, &offset, &key, nullptr,
-                           &dir, &length);
+    engine.select(frame.buf.data());
   };
   select();
-  EXPECT_TRUE(log.contains("ZOLT_PANO_SelectFrames : GyroRet = -1 Angles : 0.000000   0.000000   0.000000 "));
-  EXPECT_TRUE(log.contains("ZOLT_PANO_SelectFrames : RotMat : 1.000000   0.000000   0.000000  "
-                           "0.000000  1.000000  0.000000  0.000000  1.000000  0.000000 "));
+  EXPECT_TRUE(log.contains(
+      "ZOLT_PANO_SelectFrames : GyroRet = -1 Angles : 0.000000   0.000000   0.000000 "));
+  EXPECT_TRUE(
+      log.contains("ZOLT_PANO_SelectFrames : RotMat : 1.000000   0.000000   0.000000  "
+                   "0.000000  1.000000  0.000000  0.000000  1.000000  0.000000 "));
   EXPECT_TRUE(log.contains("SensorInterface : In Pano : provideIMU DONE"));
   EXPECT_FALSE(log.contains("Sensor is not initialised"));
 
@@ -124,15 +122,21 @@ TEST_F(HostSensor, AttitudeReachesTheEngine) {
   for (int k = 0; k < 10; ++k) zolt_host_sensor_push_gyro(t += 10 * kMs, 0, -1.0f, 0);
   zolt_host_sensor_sync();
   select();
-  const auto* engine = static_cast<OrreryEngine*>(handle);
+  const auto* orrery = static_cast<OrreryEngine*>(engine.handle());
   const double pitchYawRoll[3] = {0.1, 0.3, 0.0};
-  for (int i = 0; i < 3; ++i) EXPECT_NEAR(engine->imuAngles[i], pitchYawRoll[i], 1e-5) << i;
+  for (int i = 0; i < 3; ++i) EXPECT_NEAR(orrery->imuAngles[i], pitchYawRoll[i], 1e-5) << i;
   // Phone -> world: about sensor x by -0.3, then about the turned sensor y by -0.1.
   const double a = -0.3, b = -0.1;
-  const double want[9] = {std::cos(b), 0, std::sin(b),
-                          std::sin(a) * std::sin(b), std::cos(a), -std::sin(a) * std::cos(b),
-                          -std::cos(a) * std::sin(b), std::sin(a), std::cos(a) * std::cos(b)};
-  const double* r = engine->imuRotation;
+  const double want[9] = {std::cos(b),
+                          0,
+                          std::sin(b),
+                          std::sin(a) * std::sin(b),
+                          std::cos(a),
+                          -std::sin(a) * std::cos(b),
+                          -std::cos(a) * std::sin(b),
+                          std::sin(a),
+                          std::cos(a) * std::cos(b)};
+  const double* r = orrery->imuRotation;
   for (int i = 0; i < 9; ++i) EXPECT_NEAR(r[i], want[i], 1e-5) << i;
   char line[256];
   std::snprintf(line, sizeof line,
@@ -141,7 +145,7 @@ TEST_F(HostSensor, AttitudeReachesTheEngine) {
   EXPECT_TRUE(log.contains(line)) << line;
   EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, "NDK IMU LOGOUT : 0.100000\t0.300000\t-0.000000\n") ||
               log.contains(ANDROID_LOG_INFO, "NDK IMU LOGOUT : 0.100000\t0.300000\t0.000000\n"));
-  ZOLT_PANO_Release(&handle);
+  engine.release();
   EXPECT_EQ(pSensorHandle, nullptr);
 }
 
@@ -152,8 +156,8 @@ TEST_F(HostSensor, ReleaseEndsWhateverTheEventsDo) {
   for (const std::string state : {"flowing", "never delivered", "went silent"}) {
     SCOPED_TRACE(state);
     LogCapture log;
-    void* handle = nullptr;
-    ASSERT_EQ(ZOLT_PANO_Initial(&p, &handle), SUCCESS);
+    Engine engine;
+    ASSERT_EQ(engine.initial(), SUCCESS);
     ASSERT_NE(pSensorHandle, nullptr);
     std::atomic<bool> stop{false};
     std::thread pusher;
@@ -164,14 +168,15 @@ TEST_F(HostSensor, ReleaseEndsWhateverTheEventsDo) {
           std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
       });
-      while (!log.contains(ANDROID_LOG_INFO, "NativeSensorInterface 0.100000, 0.200000, 0.300000: "
-                                             "timeStamp = 20000001 , Gyro Event Came"))
+      while (!log.contains(ANDROID_LOG_INFO,
+                           "NativeSensorInterface 0.100000, 0.200000, 0.300000: "
+                           "timeStamp = 20000001 , Gyro Event Came"))
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     } else if (state == "went silent") {
       for (int k = 1; k <= 5; ++k) zolt_host_sensor_push_gyro(k * 16 * kMs, 0, 0, 0.1f);
       zolt_host_sensor_sync();
     }
-    mustReturn("ZOLT_PANO_Release", [&] { ZOLT_PANO_Release(&handle); });
+    mustReturn("ZOLT_PANO_Release", [&] { engine.release(); });
     stop.store(true);
     if (pusher.joinable()) pusher.join();
     EXPECT_EQ(pSensorHandle, nullptr);
@@ -185,17 +190,17 @@ TEST_F(HostSensor, ReleaseEndsWhateverTheEventsDo) {
 // before it starts its own, so no polling thread is left that nobody can stop.
 TEST_F(HostSensor, SecondInitialReplacesTheSensor) {
   const int before = threadsAtRest();
-  void* first = nullptr, *second = nullptr;
-  ASSERT_EQ(ZOLT_PANO_Initial(&p, &first), SUCCESS);
-  ASSERT_EQ(ZOLT_PANO_Initial(&p, &second), SUCCESS);
+  Engine first, second;
+  ASSERT_EQ(first.initial(), SUCCESS);
+  ASSERT_EQ(second.initial(), SUCCESS);
   ASSERT_NE(pSensorHandle, nullptr);
   EXPECT_EQ(threadCountSettled(before + 1), before + 1);
   zolt_host_sensor_push_gyro(1, 0, 0, 0);
   zolt_host_sensor_push_gyro(2, 0, 0, 1);
   zolt_host_sensor_sync();
-  mustReturn("ZOLT_PANO_Release", [&] { ZOLT_PANO_Release(&second); });
+  mustReturn("ZOLT_PANO_Release", [&] { second.release(); });
   EXPECT_EQ(pSensorHandle, nullptr);
-  mustReturn("ZOLT_PANO_Release", [&] { ZOLT_PANO_Release(&first); });
+  mustReturn("ZOLT_PANO_Release", [&] { first.release(); });
   EXPECT_EQ(threadCountSettled(before), before);
 }
 
@@ -217,11 +222,11 @@ TEST_F(HostSensor, ManyCyclesLeaveNothingBehind) {
   {
     LogCapture quiet;
     for (int i = 0; i < cycles; ++i) {
-      void* handle = nullptr;
-      ASSERT_EQ(ZOLT_PANO_Initial(&p, &handle), SUCCESS);
+      Engine engine;
+      ASSERT_EQ(engine.initial(), SUCCESS);
       ASSERT_NE(pSensorHandle, nullptr) << "cycle " << i;
       zolt_host_sensor_push_gyro(i + 1, 0, 0, 0);
-      ZOLT_PANO_Release(&handle);
+      engine.release();
       if (i % 10 == 9) quiet.clear();  // both samples below come right after a clear
       if (i == warmCycles - 1) warmBytes = heapInUseBytes();
     }

@@ -15,8 +15,9 @@
 using namespace zolt::test;
 
 TEST(ModuleMerge, ResolutionLevelFromTheFrameWidth) {
-  const struct { int w, level; } cases[] = {
-      {640, 0}, {1612, 0}, {1613, 2}, {1920, 2}, {2419, 2}, {2420, 3}, {4000, 3}};
+  const struct {
+    int w, level;
+  } cases[] = {{640, 0}, {1612, 0}, {1613, 2}, {1920, 2}, {2419, 2}, {2420, 3}, {4000, 3}};
   for (const auto& c : cases) EXPECT_EQ(ModuleMerge(c.w, 1080).resolutionLevel, c.level) << c.w;
 }
 
@@ -78,8 +79,9 @@ TEST(ModuleMerge, OffsetsSkipAndCanvasFullRulesAllDirections) {
     // Progress t along the sweep (plus a fraction) and a drift across it as the tracker's offset.
     auto merge = [&](NV21Img& f, int t, double across) {
       const double o = -sign * (t + 0.9);
-      s.m.merging_AddImage(f, s.horizontal ? cv::Point_<double>(o, across)
-                                           : cv::Point_<double>(across, o), dir, &s.canvas.rec);
+      s.m.merging_AddImage(
+          f, s.horizontal ? cv::Point_<double>(o, across) : cv::Point_<double>(across, o), dir,
+          &s.canvas.rec);
     };
     auto last = [&] { return s.horizontal ? s.m.lastMergedX : s.m.lastMergedY; };
     Frame a, b;
@@ -137,7 +139,7 @@ TEST(ModuleMerge, ValidRectangleAndPanoramaAllDirections) {
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.dir << " " << c.last);
     Placed s(c.dir, c.dir <= 2 ? 320 : 480, 900, 200, 60);
-    for (auto& byte : s.canvas.buf) byte = static_cast<uint8_t>(rng());
+    fillBytes(s.canvas.buf, rng);
     (s.horizontal ? s.m.lastMergedX : s.m.lastMergedY) = c.last;
     std::tie(s.m.minOffsetX, s.m.maxOffsetX, s.m.minOffsetY, s.m.maxOffsetY) =
         std::tie(c.minX, c.maxX, c.minY, c.maxY);
@@ -174,11 +176,13 @@ TEST(ModuleMerge, LogLines) {
   ASSERT_EQ(seen.size(), 5u);
   EXPECT_EQ(seen[0], "PanoEngine 5 MERGER BEGIN");
   EXPECT_EQ(maskNumber(seen[1], "timing =  "), "PanoEngine 4 resizing timing =  T");
-  EXPECT_EQ(maskNumber(seen[2], "timing =  "), "PanoEngine 4 textureless region finding timing =  T");
+  EXPECT_EQ(maskNumber(seen[2], "timing =  "),
+            "PanoEngine 4 textureless region finding timing =  T");
   // 296 rows meet the frame (offset -4); level 0 only, as a 400-pixel frame is capped there.
-  EXPECT_EQ(maskNumber(seen[3], "time =  "),
-            "PanoEngine 4 [merge_ToRight_linear_YUV_withSeam] full dynamic blending time =  T and N = "
-            "296  Blndstat: 296 0 0 0 0");
+  EXPECT_EQ(
+      maskNumber(seen[3], "time =  "),
+      "PanoEngine 4 [merge_ToRight_linear_YUV_withSeam] full dynamic blending time =  T and N = "
+      "296  Blndstat: 296 0 0 0 0");
   EXPECT_EQ(maskNumber(seen[4], "time cost "), "PanoEngine 5 MERGER END - time cost T");
   EXPECT_NE(seen[4].find(".000000"), std::string::npos);  // whole milliseconds as a double
 }
@@ -201,9 +205,11 @@ TEST(ModuleMerge, RealPhotoSweepsAllDirections) {
     bool exact;                 // even steps, no drift: every 2x2 chroma block lines up
     std::vector<cv::Point> at;  // frame positions in the scene, the first one first
   } sweeps[] = {
-      {MOVE_RIGHT, false,
+      {MOVE_RIGHT,
+       false,
        {{20, 200}, {157, 203}, {310, 198}, {471, 201}, {600, 196}, {695, 199}, {800, 204}}},
-      {MOVE_LEFT, false,
+      {MOVE_LEFT,
+       false,
        {{880, 200}, {741, 197}, {602, 203}, {455, 199}, {310, 205}, {171, 201}, {101, 198}}},
       {MOVE_DOWN, false, {{300, 10}, {303, 121}, {298, 243}, {301, 336}, {305, 420}}},
       {MOVE_UP, false, {{300, 460}, {296, 349}, {302, 231}, {299, 117}, {303, 50}}},
@@ -230,9 +236,13 @@ TEST(ModuleMerge, RealPhotoSweepsAllDirections) {
     const cv::Mat pano = m.getPano_BGR(), truth = sceneNv21(valid + origin);
     // The whole sweep is kept, from the first frame's far edge to the last one's leading edge.
     const cv::Point span = s.at.back() - s.at.front();
-    if (horizontal) EXPECT_EQ(pano.cols, std::abs(span.x) + fw);
-    else EXPECT_EQ(pano.rows, std::abs(span.y) + fh);
-    if (s.exact) EXPECT_EQ(cv::norm(pano, truth, cv::NORM_INF), 0.0);
-    else EXPECT_GT(cv::PSNR(pano, truth), 42.0);  // 44 to 48 dB; a column off gives 29 to 31
+    if (horizontal)
+      EXPECT_EQ(pano.cols, std::abs(span.x) + fw);
+    else
+      EXPECT_EQ(pano.rows, std::abs(span.y) + fh);
+    if (s.exact)
+      EXPECT_EQ(cv::norm(pano, truth, cv::NORM_INF), 0.0);
+    else
+      EXPECT_GT(cv::PSNR(pano, truth), 42.0);  // 44 to 48 dB; a column off gives 29 to 31
   }
 }

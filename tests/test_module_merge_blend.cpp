@@ -76,9 +76,9 @@ TEST(ModuleMergeBlend, RampEndsRoundingAndLevelsAllDirections) {
                            &ModuleMerge::merge_ToBottom_linear_YUV_withSeam,
                            &ModuleMerge::merge_ToTop_linear_YUV_withSeam};
   for (const auto& c : cases) {
-    const std::string log = std::string("[merge_") + names[c.dir] +
-                            "_linear_YUV_withSeam] full dynamic blending time =  T and N = " +
-                            c.stat;
+    const std::string log =
+        std::string("[merge_") + names[c.dir] +
+        "_linear_YUV_withSeam] full dynamic blending time =  T and N = " + c.stat;
     SCOPED_TRACE(log);
     // A uniform second frame 200 pixels on along the sweep, merged by the linear merge alone.
     // Every position costs the same, so the seam is the band's start, pos - 16.
@@ -113,7 +113,8 @@ TEST(ModuleMergeBlend, RampEndsRoundingAndLevelsAllDirections) {
         ASSERT_EQ(s.at(line, a), rampValue(hw + sign * (a - sAt), level, c.f, c.c)) << a;
       EXPECT_EQ(s.at(line, sAt), (c.f + c.c + 1) / 2);
       EXPECT_EQ(s.at(line, sAt + sign * hw), c.f);
-      EXPECT_TRUE(s.at(line, sAt - sign * (hw + 1)) == c.c && s.at(line, sAt + sign * (hw + 1)) == c.c);
+      EXPECT_TRUE(s.at(line, sAt - sign * (hw + 1)) == c.c &&
+                  s.at(line, sAt + sign * (hw + 1)) == c.c);
     }
   }
 }
@@ -127,8 +128,7 @@ TEST(ModuleMergeBlend, VectorRampMatchesReference) {
     const int width = 700;
     std::vector<uint8_t> fy(width), fvu(width), cy0(width), cvu0(width);
     for (int iter = 0; iter < 1500; ++iter) {
-      for (auto* v : {&fy, &fvu, &cy0, &cvu0})
-        for (auto& b : *v) b = static_cast<uint8_t>(rng());
+      for (auto* v : {&fy, &fvu, &cy0, &cvu0}) zolt::test::fillBytes(*v, rng);
       const int level = static_cast<int>(rng() % 4), hw = 16 << level;
       const int len = iter % 5 == 0 ? static_cast<int>(rng() % 6) : 2 * hw + 1;
       const int xa = static_cast<int>(rng() % 40), xb = xa + len - 1;
@@ -137,8 +137,8 @@ TEST(ModuleMergeBlend, VectorRampMatchesReference) {
       const int wf = (rng() & 1) ? 2 * hw : 0;  // the frame's weight at xa: falling or rising
       std::vector<uint8_t> cyR = cy0, cvuR = cvu0, cyV = cy0, cvuV = cvu0;
       for (auto [ks, cy, cvu] : {std::tuple{&ref, &cyR, &cvuR}, std::tuple{&vec, &cyV, &cvuV}})
-        ks->blendRampRow(cy->data(), cvu->data(), fy.data(), fvu.data(), xa, xb, k, wf,
-                         wf ? -1 : 1, level);
+        ks->blendRampRow(cy->data(), cvu->data(), fy.data(), fvu.data(), xa, xb, k, wf, wf ? -1 : 1,
+                         level);
       ASSERT_TRUE(cyR == cyV && cvuR == cvuV)
           << "iter " << iter << " level " << level << " xa " << xa << " k " << k;
     }
@@ -157,11 +157,10 @@ TEST(ModuleMergeBlend, VectorColumnRampsMatchReference) {
     std::vector<int> seam(pw);
     std::vector<int8_t> level(pw);
     // Canvas planes, columns, offsets and side are set per iteration.
-    zolt::ColumnRamps r{nullptr, nullptr, pw, frame.data(), frame.data() + fw * fh, fw,
-                        0, 0, 0, 0, seam.data(), level.data(), false};
+    zolt::ColumnRamps r{nullptr, nullptr, pw, frame.data(), frame.data() + fw * fh, fw,   0,
+                        0,       0,       0,  seam.data(),  level.data(),           false};
     for (int iter = 0; iter < 24; ++iter) {
-      for (auto* v : {&canvas0, &frame})
-        for (auto& b : *v) b = static_cast<uint8_t>(rng());
+      for (auto* v : {&canvas0, &frame}) zolt::test::fillBytes(*v, rng);
       r.offX = static_cast<int>(rng() % 9) - 4;
       r.yShift = static_cast<int>(rng() % 7) - 3;
       r.c0 = std::max(0, -r.offX) + static_cast<int>(rng() % 3);
@@ -203,21 +202,26 @@ TEST(ModuleMergeFill, HorizontalExtents) {
     const int edge = d == 1 ? 800 : 200;
     std::vector<int> seam(300);
     for (int r = 0; r < 300; ++r) seam[r] = edge + (d == 1 ? -10 : 10) - (r & 1) * 4;
-    if (d == 1) s.m.merge_ToRight_direct_YUV_withSeam(seam, edge, f);
-    else s.m.merge_ToLeft_direct_YUV_withSeam(edge, seam, f);
+    if (d == 1)
+      s.m.merge_ToRight_direct_YUV_withSeam(seam, edge, f);
+    else
+      s.m.merge_ToLeft_direct_YUV_withSeam(edge, seam, f);
     const int shift = (d == 2 ? 400 - 1000 : 0) + s.m.offsetX;
     auto lo = [&](int r) { return d == 1 ? seam[r] : edge; };
     auto hi = [&](int r) { return d == 1 ? edge : seam[r]; };
     for (int r = 0; r < 300; ++r)
       for (int x = edge - 30; x < edge + 30; ++x) {
         const bool in = r < 299 && x >= lo(r) && x < hi(r);
-        ASSERT_EQ(s.canvas.y(x, r), in ? static_cast<uint8_t>(x + shift + r + 1) : 7) << r << " " << x;
+        ASSERT_EQ(s.canvas.y(x, r), in ? static_cast<uint8_t>(x + shift + r + 1) : 7)
+            << r << " " << x;
       }
     // VU row 0: row 1 (frame row 2, VU row 1) wrote last, over row 0's copy (VU row 0).
     for (int x = edge - 30; x < edge + 30; x += 2) {
       int want = 7;
-      if (x >= (lo(1) & ~1) && x < hi(1)) want = 101;
-      else if (x >= (lo(0) & ~1) && x < hi(0)) want = 100;
+      if (x >= (lo(1) & ~1) && x < hi(1))
+        want = 101;
+      else if (x >= (lo(0) & ~1) && x < hi(0))
+        want = 100;
       ASSERT_EQ(s.canvas.vu(x, 0)[0], want) << x;
     }
   }
@@ -236,14 +240,16 @@ TEST(ModuleMergeFill, VerticalRowsAndOffsets) {
       s.m.offsetY = d == 3 ? 0 : 600;  // canvas row y shows frame row y (down) / y - 600 + 600 (up)
       std::vector<int> seam(300, 40);
       seam[100] = 43;  // a ragged seam: the band reaches from 40 to 43
-      if (d == 3) s.m.merge_ToBottom_direct_YUV_withSeam(seam, 70, f);
-      else s.m.merge_ToTop_direct_YUV_withSeam(10, seam, f);
+      if (d == 3)
+        s.m.merge_ToBottom_direct_YUV_withSeam(seam, 70, f);
+      else
+        s.m.merge_ToTop_direct_YUV_withSeam(10, seam, f);
       for (int y = 0; y < 80; ++y)
         for (int c = 0; c < 300; ++c) {
           const int fc = c + offX;
           // Down: the seam row stays blended; up: it comes from the frame.
-          const bool in = (d == 3 ? y > seam[c] && y < 70 : y >= 10 && y <= seam[c]) &&
-                          fc >= 0 && fc < 300;
+          const bool in =
+              (d == 3 ? y > seam[c] && y < 70 : y >= 10 && y <= seam[c]) && fc >= 0 && fc < 300;
           ASSERT_EQ(s.canvas.y(c, y), in ? static_cast<uint8_t>(3 * fc + y) : 7) << y << " " << c;
         }
     }

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <array>
+#include <cmath>
 #include <random>
 #include <vector>
 
@@ -14,12 +14,14 @@
 #include "support/gyro_attitude.h"
 #include "support/log_capture.h"
 #include "support/sim_sweep.h"
+#include "support/textures.h"
 #include "tracker/module_track.h"
 
 namespace {
 
 using zolt::test::GyroPresent;
 using zolt::test::LogCapture;
+using zolt::test::twoLevels;
 
 const cv::Matx33d kT(0, -1, 0, -1, 0, 0, 0, 0, -1);  // camera <-> phone sensor axes
 
@@ -56,42 +58,34 @@ TEST(ModuleTrackImu, RotationPredictsTheOffsetWithItsSignAndSize) {
   ModuleTrack t(1920, 1080);
   const double a = 0.05;
   const cv::Matx33d tilted = rot(0.1, 0.3, 0.02), eye = cv::Matx33d::eye();
-  const struct { cv::Matx33d pre, cur; double offX, offY, tolerance; } cases[] = {  // camera axes
-      {eye, eye, 0.0, 0.0, 0.0}, {tilted, tilted, 0.0, 0.0, 1e-9}, {eye, rot(0, 0, 0.2), 0.0, 0.0, 1e-9},
-      {eye, rot(0, a, 0), t.fx * std::tan(a), 0.0, 1e-9},
-      {rot(0, 0.2, 0), rot(0, 0.2 - a, 0), -t.fx * std::tan(a), 0.0, 1e-9},
-      {eye, rot(-a, 0, 0), 0.0, t.fy * std::tan(a), 1e-9},                 // pitch down
-      {eye, kT * rot(-a, 0, 0) * kT, t.fx * std::tan(a), 0.0, 1e-9}};  // phone x
+  const struct {
+    cv::Matx33d pre, cur;
+    double offX, offY, tolerance;
+  } cases[] = {// camera axes
+               {eye, eye, 0.0, 0.0, 0.0},
+               {tilted, tilted, 0.0, 0.0, 1e-9},
+               {eye, rot(0, 0, 0.2), 0.0, 0.0, 1e-9},
+               {eye, rot(0, a, 0), t.fx * std::tan(a), 0.0, 1e-9},
+               {rot(0, 0.2, 0), rot(0, 0.2 - a, 0), -t.fx * std::tan(a), 0.0, 1e-9},
+               {eye, rot(-a, 0, 0), 0.0, t.fy * std::tan(a), 1e-9},             // pitch down
+               {eye, kT * rot(-a, 0, 0) * kT, t.fx * std::tan(a), 0.0, 1e-9}};  // phone x
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.offX << ", " << c.offY);
     double pre[9], cur[9], x = 99, y = 99;
     asGyro(c.pre, pre);
     asGyro(c.cur, cur);
-    t.predictOffXY_IMU(ModuleTrack::gyroToCameraAxes(pre), ModuleTrack::gyroToCameraAxes(cur), x, y);
+    t.predictOffXY_IMU(ModuleTrack::gyroToCameraAxes(pre), ModuleTrack::gyroToCameraAxes(cur), x,
+                       y);
     EXPECT_NEAR(x, c.offX, c.tolerance);
     EXPECT_NEAR(y, c.offY, c.tolerance);
   }
 }
 
-// Random two-level texture, grey +- d, whose pixels in `balanced` are exactly half above and
-// half below: there the texture measure is exactly d.
-cv::Mat twoLevels(cv::Size size, int d, cv::Rect balanced, uint32_t seed) {
-  std::mt19937 rng(seed);
-  cv::Mat img(size, CV_8UC1);
-  for (int y = 0; y < size.height; ++y)
-    for (int x = 0; x < size.width; ++x) img.at<uint8_t>(y, x) = (rng() & 1) ? 128 + d : 128 - d;
-  for (int y = balanced.y; y < balanced.br().y; ++y) {
-    uint8_t* row = img.ptr<uint8_t>(y) + balanced.x;
-    for (int x = 0; x < balanced.width; ++x) row[x] = x % 2 ? 128 + d : 128 - d;
-    std::shuffle(row, row + balanced.width, rng);
-  }
-  return img;
-}
-
 // What the reference saw: img with its content moved by (sx, sy), fresh texture where it came in.
 cv::Mat moved(const cv::Mat& img, int sx, int sy, int d, uint32_t seed) {
   cv::Mat out = twoLevels(img.size(), d, {}, seed);
-  const cv::Rect src(std::max(0, -sx), std::max(0, -sy), img.cols - std::abs(sx), img.rows - std::abs(sy));
+  const cv::Rect src(std::max(0, -sx), std::max(0, -sy), img.cols - std::abs(sx),
+                     img.rows - std::abs(sy));
   img(src).copyTo(out(src + cv::Point(sx, sy)));
   return out;
 }
@@ -105,14 +99,19 @@ cv::Mat moved(const cv::Mat& img, int sx, int sy, int d, uint32_t seed) {
 // full-resolution ones) and leaves the other flat, so that its search keeps the result.
 TEST(ModuleTrackImu, StripSearchesReachAsFarAsTheTextureAllows) {
   GyroPresent gyro;
-  const struct { int dLow, shift, trackCnt, dHigh, sx, sy; bool found; } cases[] = {
-      {21, 16, 2, 0, 0, 0, true},  {20, 16, 2, 0, 0, 0, false}, {20, 8, 2, 0, 0, 0, true},  {12, 8, 2, 0, 0, 0, false},
-      {12, 4, 2, 0, 0, 0, true},   {11, 4, 2, 0, 0, 0, true},   {10, 4, 2, 0, 0, 0, false}, {21, 30, 1, 0, 0, 0, true},
-      {21, 30, 2, 0, 0, 0, false}, {0, 0, 2, 40, 13, -5, true}, {0, 0, 2, 3, 13, -5, true}, {0, 0, 2, 2, 13, -5, false},
+  const struct {
+    int dLow, shift, trackCnt, dHigh, sx, sy;
+    bool found;
+  } cases[] = {
+      {21, 16, 2, 0, 0, 0, true},  {20, 16, 2, 0, 0, 0, false}, {20, 8, 2, 0, 0, 0, true},
+      {12, 8, 2, 0, 0, 0, false},  {12, 4, 2, 0, 0, 0, true},   {11, 4, 2, 0, 0, 0, true},
+      {10, 4, 2, 0, 0, 0, false},  {21, 30, 1, 0, 0, 0, true},  {21, 30, 2, 0, 0, 0, false},
+      {0, 0, 2, 40, 13, -5, true}, {0, 0, 2, 3, 13, -5, true},  {0, 0, 2, 2, 13, -5, false},
       {0, 0, 2, 2, 7, -3, true},   {0, 0, 2, 1, 3, 0, false}};
   for (const auto& c : cases) {
-    SCOPED_TRACE(testing::Message() << "low " << c.dLow << ", " << c.shift << " trackCnt " << c.trackCnt
-                                    << " high " << c.dHigh << ", " << c.sx << ", " << c.sy);
+    SCOPED_TRACE(testing::Message()
+                 << "low " << c.dLow << ", " << c.shift << " trackCnt " << c.trackCnt << " high "
+                 << c.dHigh << ", " << c.sx << ", " << c.sy);
     ModuleTrack t(1280, 720);
     t.moveDir = MOVE_RIGHT, t.trackCnt = c.trackCnt;
     asGyro(cv::Matx33d::eye(), t.preRMatGyro);
@@ -131,8 +130,10 @@ TEST(ModuleTrackImu, StripSearchesReachAsFarAsTheTextureAllows) {
     EXPECT_EQ(log.contains(ANDROID_LOG_INFO, "Mean Variance [" + std::to_string(c.dLow) +
                                                  ".000000] is below threshold. SAD is not applied"),
               c.dLow <= 10);
-    EXPECT_EQ(log.contains(ANDROID_LOG_INFO, "Highres calculating mincost shift : Frame[0] and TrackCnt[2] strt[0 x 0]"),
-              c.dHigh > 1);
+    EXPECT_EQ(
+        log.contains(ANDROID_LOG_INFO,
+                     "Highres calculating mincost shift : Frame[0] and TrackCnt[2] strt[0 x 0]"),
+        c.dHigh > 1);
   }
 }
 
@@ -147,7 +148,8 @@ TEST(ModuleTrackImu, DriverFallsBackToTheGyroscopeWhenVisionFails) {
   double x = 3.5, y = -2.0;
   EXPECT_EQ(bare.ComputeOffXY_IMU(x, y, sweep.flat(90)), 0);
   EXPECT_TRUE(x == 3.5 && y == -2.0) << x << ", " << y;
-  EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "=============== Sensor handle not initialized in ComputeOffXY_IMU "));
+  EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR,
+                           "=============== Sensor handle not initialized in ComputeOffXY_IMU "));
   GyroPresent gyro;
   const double step = 0.012;  // rad a frame: about 4 low-resolution pixels
   int keyFrames = 0;
@@ -165,7 +167,8 @@ TEST(ModuleTrackImu, DriverFallsBackToTheGyroscopeWhenVisionFails) {
   // direction (the fourth frame, the first beyond the threshold) moved the view centre
   // fx tan(step) to the right (full-resolution pixels; the pose moves against the offset).
   EXPECT_NEAR(-t.globalCamPoseX, 20 * t.fx / t.scale * std::tan(step), 1.0);
-  EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, "Mean Variance [0.000000] is below threshold. SAD is not applied"));
+  EXPECT_TRUE(log.contains(ANDROID_LOG_INFO,
+                           "Mean Variance [0.000000] is below threshold. SAD is not applied"));
 
   // A quick turn, then one beyond the too-quick limit (180 low-resolution pixels).
   asGyro(rot(0, yaw + 0.07, 0), r);
@@ -185,8 +188,8 @@ TEST(ModuleTrackImu, FusedGyroscopePredictsTheSimulatedImageMotion) {
   for (const auto dir : {zolt::sim::SweepDirection::Right, zolt::sim::SweepDirection::Left,
                          zolt::sim::SweepDirection::Down, zolt::sim::SweepDirection::Up}) {
     SCOPED_TRACE(static_cast<int>(dir));
-    zolt::sim::SweepConfig cfg =
-        zolt::test::simSweep("handheld", "/usr/share/backgrounds/life_by_Aitzol_Berasategi.jpg", 40);
+    zolt::sim::SweepConfig cfg = zolt::test::simSweep(
+        "handheld", "/usr/share/backgrounds/life_by_Aitzol_Berasategi.jpg", 40);
     cfg.model = zolt::sim::CameraModel::Rotate;
     cfg.direction = dir;
     const zolt::sim::SweepSimulator sim(cfg);
@@ -198,13 +201,15 @@ TEST(ModuleTrackImu, FusedGyroscopePredictsTheSimulatedImageMotion) {
     std::vector<double> errors;
     for (size_t k = 0, next = 0; k < truth.size(); ++k) {
       std::vector<zolt::sim::GyroEvent> upTo;
-      while (next < events.size() && events[next].tNs <= truth[k].tNs) upTo.push_back(events[next++]);
+      while (next < events.size() && events[next].tNs <= truth[k].tNs)
+        upTo.push_back(events[next++]);
       fusion.advance(upTo, rot[k].data());
       if (k < 3) continue;
       double x = 0, y = 0;
       t.predictOffXY_IMU(ModuleTrack::gyroToCameraAxes(rot[k - 3].data()),
                          ModuleTrack::gyroToCameraAxes(rot[k].data()), x, y);
-      const double tx = (truth[k].dx - truth[k - 3].dx) * t.scale, ty = (truth[k].dy - truth[k - 3].dy) * t.scale;
+      const double tx = (truth[k].dx - truth[k - 3].dx) * t.scale,
+                   ty = (truth[k].dy - truth[k - 3].dy) * t.scale;
       ASSERT_GT(std::hypot(tx, ty), 5.0);  // three frames of the sweep: a clear motion
       errors.push_back(std::hypot(x - tx, y - ty));
     }

@@ -35,8 +35,8 @@ TEST_F(SensorInterfaceTest, ReadsBackWhatTheCallbackWrote) {
   SensorInterface s;
   float angles[3], rotation[9], matrix[16];
   EXPECT_EQ(s.get_Cur_GyroSensorVal(angles, rotation), -1);
-  EXPECT_TRUE(log.contains(ANDROID_LOG_INFO,
-                           "SensorInterface : Sensor Data Not yet ready..hence setting values to 0 "));
+  EXPECT_TRUE(log.contains(
+      ANDROID_LOG_INFO, "SensorInterface : Sensor Data Not yet ready..hence setting values to 0 "));
 
   for (int i = 0; i < 16; ++i) matrix[i] = static_cast<float>(i);
   float libAngles[3] = {0.5f, -1.0f, 2.0f};
@@ -66,13 +66,16 @@ TEST_F(SensorInterfaceTest, StartsOnceFeedsAndJoins) {
   ASSERT_TRUE(s.init());
   ASSERT_NE(pollSensor, nullptr);
   EXPECT_TRUE(inOrder(
-      log, {"SensorInterface :gyroLib created", "SensorInterface :gyroLib callbacks",
-            "SensorInterface :callbacks->onCorrectedSensorData Created",
-            "SensorInterface :callbacks->onRMChange Created",
-            "SensorInterface :gyroLib->initializeLib DONE", "NativeSensorInterface :  Entered startSensor",
-            "NativeSensorInterface : Sensor Registration Start", "NativeSensorInterface :looper is Success",
-            "NativeSensorInterface :sensor man is Success", "NativeSensorInterface :gyro is Success",
-            "NativeSensorInterface :queue is Success", "NativeSensorInterface :  Exitting startSensor"}));
+      log,
+      {"SensorInterface :gyroLib created", "SensorInterface :gyroLib callbacks",
+       "SensorInterface :callbacks->onCorrectedSensorData Created",
+       "SensorInterface :callbacks->onRMChange Created",
+       "SensorInterface :gyroLib->initializeLib DONE",
+       "NativeSensorInterface :  Entered startSensor",
+       "NativeSensorInterface : Sensor Registration Start",
+       "NativeSensorInterface :looper is Success", "NativeSensorInterface :sensor man is Success",
+       "NativeSensorInterface :gyro is Success", "NativeSensorInterface :queue is Success",
+       "NativeSensorInterface :  Exitting startSensor"}));
   EXPECT_EQ(pollSensor->startSensor(), 1);
   EXPECT_TRUE(log.contains(ANDROID_LOG_INFO,
                            "NativeSensorInterface :  Sensors Already Registered : return -1"));
@@ -80,8 +83,9 @@ TEST_F(SensorInterfaceTest, StartsOnceFeedsAndJoins) {
 
   zolt_host_sensor_push_gyro(1000000, 0.25f, -0.5f, 1.0f);
   zolt_host_sensor_sync();
-  EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, "NativeSensorInterface 0.250000, -0.500000, 1.000000: "
-                                             "timeStamp = 1000000 , Gyro Event Came"));
+  EXPECT_TRUE(log.contains(ANDROID_LOG_INFO,
+                           "NativeSensorInterface 0.250000, -0.500000, 1.000000: "
+                           "timeStamp = 1000000 , Gyro Event Came"));
   EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "Sensor Handle : Not Initilised"));
   EXPECT_EQ(s.dataReady.load(), 0);
   pSensorHandle = &s;
@@ -93,11 +97,12 @@ TEST_F(SensorInterfaceTest, StartsOnceFeedsAndJoins) {
   mustReturn("deinit", [&] { s.deinit(); });
   EXPECT_EQ(pollSensor, nullptr);
   EXPECT_EQ(threadCountSettled(before), before);
-  EXPECT_TRUE(inOrder(log, {"NativeSensorInterface :  Entered stopSensor",
-                            "NativeSensorInterface :  Exitting Polling thread",
-                            "NativeSensorInterface :  Exitting stopSensor",
-                            "SensorInterface : Informed sensor thread to start terminating by stopSensor()",
-                            "SensorInterface : Calling delete pollSensor"}));
+  EXPECT_TRUE(
+      inOrder(log, {"NativeSensorInterface :  Entered stopSensor",
+                    "NativeSensorInterface :  Exitting Polling thread",
+                    "NativeSensorInterface :  Exitting stopSensor",
+                    "SensorInterface : Informed sensor thread to start terminating by stopSensor()",
+                    "SensorInterface : Calling delete pollSensor"}));
 }
 
 // A gyroscope that cannot be started, for each reason: Initial still succeeds, the sensor is
@@ -117,15 +122,14 @@ TEST_F(SensorInterfaceTest, InitialRunsOnVisionWhenTheGyroscopeFails) {
       {"queue", true, "NativeSensorInterface :sensorEventQueue is NULL"},
   };
   Nv21Buffer frame(1280, 720);
-  tag_ZOLT_PANO_INIT_PARAM p = previewParam();
   const int before = threadsAtRest();
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.inject) + (c.gyroscope ? " with" : " without") + " a gyroscope");
     zolt_host_sensor_set_gyroscope(c.gyroscope);
     InjectedSensorFailure fail(c.inject);
     LogCapture log;
-    void* handle = nullptr;
-    ASSERT_EQ(ZOLT_PANO_Initial(&p, &handle), SUCCESS);
+    Engine engine;
+    ASSERT_EQ(engine.initial(), SUCCESS);
     EXPECT_EQ(pSensorHandle, nullptr);
     EXPECT_EQ(pollSensor, nullptr);
     EXPECT_EQ(threadCountSettled(before), before);
@@ -134,27 +138,22 @@ TEST_F(SensorInterfaceTest, InitialRunsOnVisionWhenTheGyroscopeFails) {
           "SensorInterface::init : Sensor Acquisition Failed ",
           "ZOLT_PANO_Initial :: SensorInterface : Init FAILED : GyroSensor Not Available"})
       EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, line)) << line;
-    EXPECT_TRUE(inOrder(log, {"---------Constructor of SensorInterface  called -------------- \n",
-                              "ZOLT_PANO_Initial ::SensorInterface : Created", c.line,
-                              "ZOLT_PANO_Initial :: SensorInterface : Init FAILED : GyroSensor Not Available",
-                              "NativeSensorInterface :  Entered stopSensor",
-                              "NativeSensorInterface :  Exitting stopSensor",
-                              "FinishSensor ::SensorInterface : DeInit Done",
-                              "---------Destructor of SensorInterface  called -------------- \n",
-                              "FinishSensor ::SensorInterface : Deleted",
-                              "SensorInterface : Cam orientation = 90 "}));
+    EXPECT_TRUE(inOrder(
+        log,
+        {"---------Constructor of SensorInterface  called -------------- \n",
+         "ZOLT_PANO_Initial ::SensorInterface : Created", c.line,
+         "ZOLT_PANO_Initial :: SensorInterface : Init FAILED : GyroSensor Not Available",
+         "NativeSensorInterface :  Entered stopSensor",
+         "NativeSensorInterface :  Exitting stopSensor",
+         "FinishSensor ::SensorInterface : DeInit Done",
+         "---------Destructor of SensorInterface  called -------------- \n",
+         "FinishSensor ::SensorInterface : Deleted", "SensorInterface : Cam orientation = 90 "}));
     EXPECT_FALSE(log.contains("ZOLT_PANO_Initial :: SensorInterface : Init Success"));
 
     log.clear();
-    tsPOINT offset{};
-    long key = -1;
-    int dir = -1, length = -1;
-    EXPECT_EQ(ZOLT_PANO_SelectFrames(handle, nullptr, nullptr, &frame.rec, nullptr, &offset, &key,
-                                     nullptr, &dir, &length),
-              INFO_TRACE_FIRST_FRAME);
+    EXPECT_EQ(engine.select(frame.buf.data()).code, INFO_TRACE_FIRST_FRAME);
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "Sensor is not initialised"));
     EXPECT_FALSE(log.contains("SensorInterface : In Pano : provideIMU DONE"));
-    ZOLT_PANO_Release(&handle);
   }
 }
 

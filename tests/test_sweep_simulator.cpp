@@ -16,25 +16,15 @@
 #include "sim/sweep_reader.h"
 #include "sim/sweep_simulator.h"
 #include "sim/sweep_writer.h"
+#include "support/textures.h"
 
 using namespace zolt::sim;
+using zolt::test::texturePhoto;
 
 namespace {
 
-// Smooth random texture: every pixel differs from its neighbours, no flat areas. Made at half
-// size and enlarged, which keeps it cheap for the large photos.
-cv::Mat texturePhoto(int w, int h, uint64_t seed) {
-  cv::Mat noise((h + 1) / 2, (w + 1) / 2, CV_8UC3);
-  cv::RNG rng(seed);
-  rng.fill(noise, cv::RNG::UNIFORM, 0, 256);
-  cv::GaussianBlur(noise, noise, cv::Size(0, 0), 1.0);
-  cv::normalize(noise, noise, 0, 255, cv::NORM_MINMAX);
-  cv::Mat out;
-  cv::resize(noise, out, cv::Size(w, h), 0, 0, cv::INTER_CUBIC);
-  return out;
-}
-
-SweepConfig preset(const char* name, int w, int h, int frames, SweepDirection d = SweepDirection::Right) {
+SweepConfig preset(const char* name, int w, int h, int frames,
+                   SweepDirection d = SweepDirection::Right) {
   SweepConfig c = SweepConfig::fromPreset(name);
   c.width = w;
   c.height = h;
@@ -49,11 +39,13 @@ double sampleAt(const cv::Mat& img, double x, double y, int ch, bool cubic) {
   auto w = [cubic](double f, int i) {
     const double t = std::fabs(f - i);
     if (!cubic) return std::max(0.0, 1 - t);
-    return t < 1 ? 1.5 * t * t * t - 2.5 * t * t + 1 : (t < 2 ? -0.5 * t * t * t + 2.5 * t * t - 4 * t + 2 : 0.0);
+    return t < 1 ? 1.5 * t * t * t - 2.5 * t * t + 1
+                 : (t < 2 ? -0.5 * t * t * t + 2.5 * t * t - 4 * t + 2 : 0.0);
   };
   double sum = 0;
   for (int j = -1; j <= 2; ++j)
-    for (int i = -1; i <= 2; ++i) sum += w(x - ix, i) * w(y - iy, j) * img.at<cv::Vec3b>(iy + j, ix + i)[ch];
+    for (int i = -1; i <= 2; ++i)
+      sum += w(x - ix, i) * w(y - iy, j) * img.at<cv::Vec3b>(iy + j, ix + i)[ch];
   return sum;
 }
 
@@ -67,7 +59,9 @@ cv::Matx33d statedAttitude(const TruthRecord& t) {
 
 cv::Matx33d expMap(const cv::Vec3d& w) { return cv::Affine3d(w).rotation(); }
 
-double angleBetween(const cv::Matx33d& a, const cv::Matx33d& b) { return cv::norm(cv::Affine3d(a.t() * b).rvec()); }
+double angleBetween(const cv::Matx33d& a, const cv::Matx33d& b) {
+  return cv::norm(cv::Affine3d(a.t() * b).rvec());
+}
 
 }  // namespace
 
@@ -102,7 +96,8 @@ TEST(SweepSimulator, TranslateFramesShowThePhotoAtTheTruePosition) {
           for (int ch = 0; ch < 3; ++ch) {
             const double sx = region.x + t.x + cx + co * (u - cx) - s * (v - cy);
             const double sy = region.y + t.y + cy + s * (u - cx) + co * (v - cy);
-            worst = std::max(worst, std::fabs(bgr.at<cv::Vec3b>(v, u)[ch] - sampleAt(photo, sx, sy, ch, t.roll == 0)));
+            worst = std::max(worst, std::fabs(bgr.at<cv::Vec3b>(v, u)[ch] -
+                                              sampleAt(photo, sx, sy, ch, t.roll == 0)));
           }
       // Without roll the picture is the photo's cubic sample; with it, interpolation at 1/32 pixel.
       EXPECT_LE(worst, t.roll == 0 ? 1.0 : 3.0) << "frame " << k;
@@ -152,7 +147,8 @@ TEST(SweepSimulator, RotateGyroIntegratesToTheStatedAttitude) {
       const double tEnd = truth[k].tNs * 1e-9;
       for (; i + 1 < ev.size() && ev[i + 1].tNs * 1e-9 <= tEnd + 1e-12; ++i)
         r = r * expMap(0.5 * (rate(i) + rate(i + 1)) * ((ev[i + 1].tNs - ev[i].tNs) * 1e-9));
-      worst = std::max(worst, angleBetween(r * expMap(rate(i) * (tEnd - ev[i].tNs * 1e-9)), statedAttitude(truth[k])));
+      worst = std::max(worst, angleBetween(r * expMap(rate(i) * (tEnd - ev[i].tNs * 1e-9)),
+                                           statedAttitude(truth[k])));
     }
     EXPECT_LT(worst, 5e-4) << "radians";
     // Turning right is a negative rate about the axis that points up in the picture.
@@ -166,7 +162,8 @@ TEST(SweepSimulator, RotateGyroIntegratesToTheStatedAttitude) {
     for (int v = cfg.height / 2 - 6; v <= cfg.height / 2 + 6; v += 3)
       for (int u = cfg.width / 2 - 6; u <= cfg.width / 2 + 6; u += 3)
         worstPx = std::max(worstPx, std::fabs(bgr.at<cv::Vec3b>(v, u)[0] -
-                                              sampleAt(photo, sim.truthRegion().x + t.x + u, sim.truthRegion().y + t.y + v, 0, false)));
+                                              sampleAt(photo, sim.truthRegion().x + t.x + u,
+                                                       sim.truthRegion().y + t.y + v, 0, false)));
     EXPECT_LE(worstPx, 3.0);
   }
 }
@@ -185,7 +182,8 @@ TEST(SweepSimulator, FixedSeedGivesIdenticalBytesInAnyOrder) {
   while (a.next(fa)) framesA.push_back(fa.nv21);
   EXPECT_TRUE(framesA[3] == fb3.nv21 && framesA[0] == fb0.nv21);
   ASSERT_EQ(a.gyroEvents().size(), b.gyroEvents().size());
-  for (size_t i = 0; i < a.gyroEvents().size(); ++i) EXPECT_EQ(a.gyroEvents()[i].rate, b.gyroEvents()[i].rate);
+  for (size_t i = 0; i < a.gyroEvents().size(); ++i)
+    EXPECT_EQ(a.gyroEvents()[i].rate, b.gyroEvents()[i].rate);
   cfg.seed = 43;
   SweepSimulator(cfg, photo).renderFrame(3, fb3);
   EXPECT_NE(framesA[3], fb3.nv21);
@@ -202,16 +200,20 @@ TEST(SweepSimulator, BadInputIsRefusedWithAMessage) {
     SweepConfig cfg;
     const cv::Mat* photo;
     std::string says;  // empty: accepted
-  } cases[] = {{missing, nullptr, "cannot read photo"}, {ok, &small, "smaller than the frame"},
-               {ok, &narrow, "10 frames"}, {ok, &wide, ""},
+  } cases[] = {{missing, nullptr, "cannot read photo"},
+               {ok, &small, "smaller than the frame"},
+               {ok, &narrow, "10 frames"},
+               {ok, &wide, ""},
                {preset("steady", 1280, 720, 400), &wide, "400 frames"},
                {preset("steady", 640, 720, 10), &wide, "above 640"},
                {shaky, &wide, "too short for the events"}};
   for (const auto& c : cases) {
     std::string message;
     try {
-      if (c.photo) SweepSimulator s(c.cfg, *c.photo);
-      else SweepSimulator s(c.cfg);
+      if (c.photo)
+        SweepSimulator s(c.cfg, *c.photo);
+      else
+        SweepSimulator s(c.cfg);
     } catch (const SimError& e) {
       message = e.what();
     }
@@ -227,7 +229,8 @@ TEST(SweepWriterReader, RoundTripAndNoPartialDirectory) {
   SweepConfig cfg = preset("handheld", 642, 642, 4);
   SweepSimulator sim(cfg, photo);
   namespace fs = std::filesystem;
-  const std::string dir = testing::TempDir() + "zoltpano_sim_roundtrip_" + std::to_string(::getpid());
+  const std::string dir =
+      testing::TempDir() + "zoltpano_sim_roundtrip_" + std::to_string(::getpid());
   fs::remove_all(dir);
   SweepWriter::write(sim, dir);
   for (const auto& e : fs::directory_iterator(fs::path(dir).parent_path()))
@@ -247,11 +250,13 @@ TEST(SweepWriterReader, RoundTripAndNoPartialDirectory) {
     EXPECT_EQ(bytes, f.nv21);
     const TruthRecord& t = reader.truth()[k];
     EXPECT_TRUE(std::fabs(t.x - f.truth.x) < 1e-6 && std::fabs(t.yaw - f.truth.yaw) < 1e-9 &&
-                t.phase == f.truth.phase) << k;
+                t.phase == f.truth.phase)
+        << k;
     EXPECT_EQ(reader.gyroForFrame(k).size(), f.gyro.size());
     gyroSeen += f.gyro.size();
   }
-  EXPECT_EQ(gyroSeen, sim.gyroEvents().size());  // no time offset: every event before the last frame
+  EXPECT_EQ(gyroSeen,
+            sim.gyroEvents().size());  // no time offset: every event before the last frame
   const cv::Mat png = cv::imread(reader.truthPanoramaPath(), cv::IMREAD_COLOR);
   ASSERT_EQ(png.size(), sim.truthRegion().size());
   EXPECT_EQ(cv::norm(png, sim.truthPanorama(), cv::NORM_INF), 0.0);
@@ -265,4 +270,3 @@ TEST(SweepWriterReader, RoundTripAndNoPartialDirectory) {
   fs::remove_all(dir);
   EXPECT_THROW(SweepReader{dir}, SimError);
 }
-

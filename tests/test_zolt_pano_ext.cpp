@@ -20,22 +20,20 @@
 
 #include "platform/log.h"
 #include "sim/sweep_simulator.h"
+#include "support/engine_sweep.h"
+#include "support/log_capture.h"
 #include "support/nv21_buffer.h"
-#include "support/sim_sweep.h"
-#include "tracker/module_track.h"
+#include "support/textures.h"
 #include "zolt_host_sensor.h"
 #include "zolt_pano_ext.h"
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-int takeError(void* handle, std::string* message = nullptr) {
-  char text[512] = "not written";
-  const int code = ZOLT_PANO_GetLastError(handle, text, sizeof text);
-  if (message != nullptr) *message = text;
-  return code;
-}
+using zolt::test::Engine;
+using zolt::test::runSweep;
+using zolt::test::SweepRun;
+using zolt::test::takeError;
 
 Bytes readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
@@ -91,64 +89,6 @@ struct Yuv420888 {
   }
 };
 
-// A sweep through the C interface with the canvas sized by ZOLT_PANO_CanvasSize: its record for
-// an unknown direction first, then the canvas for the direction. Frames go through `feed`,
-// which may repack them.
-struct Stitch {
-  void* handle = nullptr;
-  Bytes canvas;
-  tsRECT valid{};
-  int keyFrames = 0, direction = 0;
-  std::set<int> refusals;  // what GetLastError gave after each frame
-
-  template <typename Feed>
-  Stitch(zolt::sim::SweepSimulator& sim, int maxSweep, Feed feed) {
-    const int w = sim.width(), h = sim.height();
-    tag_ZOLT_PANO_INIT_PARAM p{};
-    p.previewWidth = w, p.previewHeight = h;
-    EXPECT_EQ(ZOLT_PANO_Initial(&p, &handle), ZOLT_PANO_SUCCESS);
-    __tag_ZOLT_OFFSCREEN rec{};
-    EXPECT_EQ(ZOLT_PANO_CanvasSize(w, h, 0, 0, &rec.width, &rec.height), 0);
-    Bytes packed(sim.frameBytes());
-    zolt::setRansacSeedForTesting(true, 17);
-    sim.rewind();
-    for (zolt::sim::SimFrame f; sim.next(f);) {
-      uint8_t* data = feed(f.nv21.data(), packed.data());
-      __tag_ZOLT_OFFSCREEN frame{0, w, h, data, data + static_cast<size_t>(w) * h};
-      tsPOINT offset;
-      long key = 0;
-      int length = 0, progress = 0;
-      ZOLT_PANO_SelectFrames(handle, nullptr, nullptr, &frame, nullptr, &offset, &key, nullptr,
-                             &direction, &length);
-      if (canvas.empty() && direction != ZOLT_PANO_MOVE_NONE) {
-        EXPECT_EQ(ZOLT_PANO_CanvasSize(w, h, direction, maxSweep, &rec.width, &rec.height), 0);
-        const size_t ySize = static_cast<size_t>(rec.width) * rec.height;
-        canvas.assign(ySize * 3 / 2, 128);
-        std::fill(canvas.begin(), canvas.begin() + ySize, 0);
-        rec.planeY = canvas.data();
-        rec.planeVU = canvas.data() + ySize;
-      }
-      ZOLT_PANO_AddImage(handle, nullptr, nullptr, nullptr, nullptr, &rec, &valid, nullptr,
-                         &progress);
-      keyFrames += key == 1;
-      refusals.insert(takeError(handle));
-    }
-    zolt::setRansacSeedForTesting(false, 0);
-  }
-  ~Stitch() { ZOLT_PANO_Release(&handle); }
-};
-
-zolt::sim::SweepConfig steadySweep(int frames) {
-  return zolt::test::simSweep(
-      "steady", "/usr/share/backgrounds/picosdeeuropa_by_Aitzol_Berasategi.jpg", frames);
-}
-
-// The engine silent for a test's lifetime.
-struct QuietLog {
-  QuietLog() { ZOLT_PANO_SetLogLevel(ANDROID_LOG_SILENT); }
-  ~QuietLog() { ZOLT_PANO_SetLogLevel(ANDROID_LOG_VERBOSE); }
-};
-
 }  // namespace
 
 // Every code of both headers has its name and a hint (only SUCCESS has none); refusals are apart
@@ -198,7 +138,7 @@ TEST(ZoltPanoExt, CodeNamesAndHintsCoverEveryCode) {
 // that is not a live engine is answered as such; options are refused one by one, and a refused
 // option leaves the engine as it was.
 TEST(ZoltPanoExt, LastErrorIsKeptUntilReadAndOptionsAreRefused) {
-  QuietLog quiet;
+  zolt::test::LogCapture quiet;
   tag_ZOLT_PANO_INIT_PARAM p{};
   p.previewWidth = 1280, p.previewHeight = 720;
   void* h = nullptr;
@@ -227,7 +167,7 @@ TEST(ZoltPanoExt, LastErrorIsKeptUntilReadAndOptionsAreRefused) {
   void* stale = h;
   ASSERT_EQ(ZOLT_PANO_Release(&h), 0);
   EXPECT_EQ(ZOLT_PANO_SetOption(stale, 1, 1), ZOLT_PANO_ERR_NOT_ENGINE);
-  EXPECT_EQ(takeError(stale), ZOLT_PANO_ERR_NOT_ENGINE);  // not live: answered as such
+  EXPECT_EQ(takeError(stale), ZOLT_PANO_ERR_NOT_ENGINE);    // not live: answered as such
   EXPECT_EQ(takeError(nullptr), ZOLT_PANO_ERR_NOT_ENGINE);  // the refused call, for this thread
 
   // The thread's slot is the calling thread's own.
@@ -242,35 +182,36 @@ TEST(ZoltPanoExt, LastErrorIsKeptUntilReadAndOptionsAreRefused) {
 // strides in each of the four plane layouts, packed by ZOLT_PANO_PackNV21. Same canvas, byte for
 // byte. The JPEG in memory is the file's bytes, and at the default quality the original save's.
 TEST(ZoltPanoExt, PaddedCamera2FramesAndEveryJpegPathGiveTheSamePanorama) {
-  QuietLog quiet;
-  zolt::sim::SweepSimulator sim(steadySweep(40));
+  zolt::test::LogCapture quiet;
+  zolt::sim::SweepSimulator sim(zolt::test::simSweep("steady", zolt::test::kSweepPhoto, 40));
   const int w = sim.width(), h = sim.height();
-  Stitch packed(sim, 3 * w, [](uint8_t* nv21, uint8_t*) { return nv21; });
+  Engine packed(w, h, 3 * w), camera2(w, h, 3 * w);
+  const SweepRun a = runSweep(packed, sim);
   int n = 0;
-  Stitch camera2(sim, 3 * w, [&](uint8_t* nv21, uint8_t* out) {
+  const SweepRun b = runSweep(camera2, sim, [&](const uint8_t* nv21, uint8_t* out) {
     const Layout layout = static_cast<Layout>(n % 4);
     const Yuv420888 image(nv21, w, h, layout, 1 + 16 * (n++ % 3));
     EXPECT_EQ(image.pack(w, h, out), 0);
     return out;
   });
-  ASSERT_EQ(packed.direction, ZOLT_PANO_MOVE_RIGHT);
-  ASSERT_GE(packed.keyFrames, 2);
-  EXPECT_EQ(packed.refusals, std::set<int>{0});
-  EXPECT_EQ(camera2.keyFrames, packed.keyFrames);
-  EXPECT_TRUE(camera2.canvas == packed.canvas);
-  EXPECT_EQ(zolt::test::corners(camera2.valid), zolt::test::corners(packed.valid));
+  ASSERT_EQ(a.direction(), ZOLT_PANO_MOVE_RIGHT);
+  ASSERT_GE(a.keys.size(), 2u);
+  EXPECT_EQ(a.refusals(), std::set<int>{0});
+  EXPECT_EQ(b.keys.size(), a.keys.size());
+  EXPECT_TRUE(camera2.canvasBytes() == packed.canvasBytes());
+  EXPECT_EQ(zolt::test::corners(b.valid), zolt::test::corners(a.valid));
 
   const std::string dir = testing::TempDir();
-  ZOLT_PANO_SaveImage(packed.handle, dir + "zolt_ext_original");
+  ZOLT_PANO_SaveImage(packed.handle(), dir + "zolt_ext_original");
   const Bytes original = readFile(dir + "zolt_ext_original.jpg");
   ASSERT_FALSE(original.empty());
   for (int quality : {0, 95, 60}) {
     SCOPED_TRACE(quality);
     const std::string path = dir + "zolt_ext_q" + std::to_string(quality);  // no ".jpg" added
-    ASSERT_EQ(ZOLT_PANO_SaveJpeg(packed.handle, path.c_str(), quality), 0);
+    ASSERT_EQ(ZOLT_PANO_SaveJpeg(packed.handle(), path.c_str(), quality), 0);
     unsigned char* data = nullptr;
     size_t size = 0;
-    ASSERT_EQ(ZOLT_PANO_EncodeJpeg(camera2.handle, quality, &data, &size), 0);
+    ASSERT_EQ(ZOLT_PANO_EncodeJpeg(camera2.handle(), quality, &data, &size), 0);
     const Bytes memory(data, data + size);
     ZOLT_PANO_FreeBuffer(data);
     EXPECT_TRUE(readFile(path) == memory);
@@ -285,7 +226,7 @@ TEST(ZoltPanoExt, PackNV21RearrangesEveryLayoutAndRefusesWhatIsNotAFrame) {
   for (int w : {2, 6, 34}) {
     const int h = 4;
     Bytes nv21(static_cast<size_t>(w) * h * 3 / 2);
-    for (auto& b : nv21) b = static_cast<uint8_t>(rng());
+    zolt::test::fillBytes(nv21, rng);
     for (Layout layout : {Layout::Planar, Layout::Nv21, Layout::Nv12, Layout::Apart})
       for (int pad : {0, 1, 7}) {
         const Yuv420888 image(nv21.data(), w, h, layout, pad);
@@ -312,9 +253,9 @@ TEST(ZoltPanoExt, PackNV21RearrangesEveryLayoutAndRefusesWhatIsNotAFrame) {
              {p, p, p, out.data(), 16, 14, 2, 16, 16, ZOLT_PANO_ERR_BAD_ARGUMENT},
              {p, p, p, out.data(), 16, 32, 3, 16, 16, ZOLT_PANO_ERR_BAD_ARGUMENT}};
   for (const auto& b : bad) {
-    EXPECT_EQ(ZOLT_PANO_PackNV21(b.y, b.yStride, b.u, b.v, b.uvStride, b.pixelStride, b.w, b.h,
-                                 b.out),
-              b.code);
+    EXPECT_EQ(
+        ZOLT_PANO_PackNV21(b.y, b.yStride, b.u, b.v, b.uvStride, b.pixelStride, b.w, b.h, b.out),
+        b.code);
     std::string message;
     EXPECT_EQ(takeError(nullptr, &message), b.code);
     EXPECT_EQ(message.rfind("ZOLT_PANO_PackNV21 :: ", 0), 0u) << message;
@@ -349,7 +290,7 @@ TEST(ZoltPanoExt, CanvasSizeFitsEachDirectionAndRefusesWhatCannotBe) {
   }
   const struct {
     int w, h, dir, sweep;
-  } bad[] = {{640, 720, 1, 0},   {1280, 640, 0, 0},  {1280, 720, 5, 0},     {1280, 720, -1, 0},
+  } bad[] = {{640, 720, 1, 0},   {1280, 640, 0, 0},    {1280, 720, 5, 0}, {1280, 720, -1, 0},
              {1280, 720, 1, -2}, {1280, 720, 1, 1279}, {1281, 721, 1, 0}, {1280, 720, 3, 1 << 30}};
   for (const auto& b : bad) {
     EXPECT_EQ(ZOLT_PANO_CanvasSize(b.w, b.h, b.dir, b.sweep, &cw, &ch), ZOLT_PANO_ERR_BAD_ARGUMENT)
@@ -364,41 +305,37 @@ TEST(ZoltPanoExt, CanvasSizeFitsEachDirectionAndRefusesWhatCannotBe) {
 // shorter is full: the key frame that does not fit is reported, and every later frame, and the
 // panorama built so far is still saved.
 TEST(ZoltPanoExt, CanvasOfTheSweepsLengthHoldsItAndAShorterOneIsReportedFull) {
-  QuietLog quiet;
-  zolt::sim::SweepSimulator sim(steadySweep(40));
+  zolt::test::LogCapture quiet;
+  zolt::sim::SweepSimulator sim(zolt::test::simSweep("steady", zolt::test::kSweepPhoto, 40));
   const int w = sim.width(), h = sim.height();
-  auto asIs = [](uint8_t* nv21, uint8_t*) { return nv21; };
-  auto jpeg = [](void* handle) {
+  auto jpeg = [](const Engine& e) {
     unsigned char* data = nullptr;
     size_t size = 0;
-    EXPECT_EQ(ZOLT_PANO_EncodeJpeg(handle, 0, &data, &size), 0);
+    EXPECT_EQ(ZOLT_PANO_EncodeJpeg(e.handle(), 0, &data, &size), 0);
     const Bytes bytes(data, data + size);
     ZOLT_PANO_FreeBuffer(data);
     return bytes;
   };
-  Stitch ample(sim, 3 * w, asIs);
-  ASSERT_EQ(ample.direction, ZOLT_PANO_MOVE_RIGHT);
-  const int length = ample.valid.right;  // a right sweep's panorama starts at the canvas's left
+  Engine ample(w, h, 3 * w);
+  const SweepRun a = runSweep(ample, sim);
+  ASSERT_EQ(a.direction(), ZOLT_PANO_MOVE_RIGHT);
+  const int length = a.valid.right;  // a right sweep's panorama starts at the canvas's left
   ASSERT_GT(length, w + 100);
-  Stitch exact(sim, length, asIs);
-  EXPECT_EQ(exact.refusals, std::set<int>{0});
-  EXPECT_EQ(zolt::test::corners(exact.valid), zolt::test::corners(ample.valid));
-  EXPECT_TRUE(jpeg(exact.handle) == jpeg(ample.handle));
+  Engine exact(w, h, length);
+  const SweepRun e = runSweep(exact, sim);
+  EXPECT_EQ(e.refusals(), std::set<int>{0});
+  EXPECT_EQ(zolt::test::corners(e.valid), zolt::test::corners(a.valid));
+  EXPECT_TRUE(jpeg(exact) == jpeg(ample));
 
-  Stitch shorter(sim, length - 2, asIs);
-  EXPECT_EQ(shorter.refusals, (std::set<int>{0, ZOLT_PANO_ERR_CANVAS_FULL}));
-  EXPECT_LT(shorter.valid.right, length);
-  Bytes frame(sim.frameBytes(), 100);
-  __tag_ZOLT_OFFSCREEN rec{0, w, h, frame.data(), frame.data() + static_cast<size_t>(w) * h};
-  tsPOINT offset;
-  long key;
-  int dir, sweepLength;
-  ZOLT_PANO_SelectFrames(shorter.handle, nullptr, nullptr, &rec, nullptr, &offset, &key, nullptr,
-                         &dir, &sweepLength);
+  Engine shorter(w, h, length - 2);
+  const SweepRun s = runSweep(shorter, sim);
+  EXPECT_EQ(s.refusals(), (std::set<int>{0, ZOLT_PANO_ERR_CANVAS_FULL}));
+  EXPECT_LT(s.valid.right, length);
+  shorter.select(Bytes(sim.frameBytes(), 100).data());
   std::string message;
-  EXPECT_EQ(takeError(shorter.handle, &message), ZOLT_PANO_ERR_CANVAS_FULL);
+  EXPECT_EQ(takeError(shorter.handle(), &message), ZOLT_PANO_ERR_CANVAS_FULL);
   EXPECT_EQ(message, "ZOLT_PANO_SelectFrames :: canvas full : the sweep has ended, frame ignored");
-  EXPECT_GT(jpeg(shorter.handle).size(), 1000u);
+  EXPECT_GT(jpeg(shorter).size(), 1000u);
 }
 
 // The level drops lines before any sink sees them; the sink gets every line that passes, from
@@ -421,14 +358,12 @@ TEST(ZoltPanoExt, LogLevelAndSinkCoverTheGyroscopeThread) {
   };
   auto cycle = [] {  // an engine with a gyroscope and one event through its thread
     zolt_host_sensor_set_gyroscope(1);
-    tag_ZOLT_PANO_INIT_PARAM p{};
-    p.previewWidth = 1280, p.previewHeight = 720;
-    void* h = nullptr;
-    ASSERT_EQ(ZOLT_PANO_Initial(&p, &h), SUCCESS);
+    Engine engine;
+    ASSERT_EQ(engine.initial(), SUCCESS);
     zolt_host_sensor_push_gyro(1000, 0.1f, 0.0f, 0.0f);
     zolt_host_sensor_push_gyro(2000, 0.1f, 0.0f, 0.0f);
     zolt_host_sensor_sync();
-    ZOLT_PANO_Release(&h);
+    engine.release();
     zolt_host_sensor_set_gyroscope(0);
   };
   ZOLT_PANO_SetLogSink(sink, &seen);
@@ -446,11 +381,7 @@ TEST(ZoltPanoExt, LogLevelAndSinkCoverTheGyroscopeThread) {
     EXPECT_EQ(takeError(nullptr), ZOLT_PANO_ERR_BAD_ARGUMENT);
     EXPECT_EQ(ZOLT_PANO_GetLogLevel(), level);
     zolt_host_sensor_set_gyroscope(0);  // gyroscope fails to start: an error line
-    tag_ZOLT_PANO_INIT_PARAM p{};
-    p.previewWidth = 1280, p.previewHeight = 720;
-    void* h = nullptr;
-    ASSERT_EQ(ZOLT_PANO_Initial(&p, &h), SUCCESS);
-    ZOLT_PANO_Release(&h);
+    ASSERT_EQ(Engine().initial(), SUCCESS);
     EXPECT_EQ(seen.priorities.empty(), level == ANDROID_LOG_SILENT);
     for (int priority : seen.priorities) EXPECT_GE(priority, level);
   }
@@ -465,8 +396,8 @@ TEST(ZoltPanoExt, LogLevelAndSinkCoverTheGyroscopeThread) {
   const struct {
     const char* value;
     int level;
-  } env[] = {{nullptr, 2}, {"", 2},       {"6", 6}, {"8", 8},      {"silent", 8}, {"warn", 5},
-             {"9", 2},     {"1", 2},      {"6x", 2}, {"WARN", 2},  {"verbose", 2}, {"fatal", 7}};
+  } env[] = {{nullptr, 2}, {"", 2},  {"6", 6},  {"8", 8},    {"silent", 8},  {"warn", 5},
+             {"9", 2},     {"1", 2}, {"6x", 2}, {"WARN", 2}, {"verbose", 2}, {"fatal", 7}};
   for (const auto& e : env)
     EXPECT_EQ(zolt::log::levelFromEnvironment(e.value), e.level) << (e.value ? e.value : "unset");
 }

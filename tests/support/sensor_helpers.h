@@ -1,6 +1,5 @@
 // Helpers for the gyroscope tests: threads and memory of this process, the host service's
-// failure switch, the engine's preview parameters, and a guard that ends a test which would
-// otherwise wait for ever.
+// failure switch, and a guard that ends a test which would otherwise wait for ever.
 #pragma once
 
 #include <chrono>
@@ -10,9 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "support/engine_sweep.h"
 #include "support/log_capture.h"
 #include "tools/process_stats.h"
-#include "zolt_pano.h"
 
 namespace zolt::test {
 
@@ -42,23 +41,13 @@ void mustReturn(const char* what, F f, std::chrono::seconds limit = std::chrono:
   done.get();
 }
 
-// A landscape 1280x720 preview from a camera mounted at 90 degrees.
-inline tag_ZOLT_PANO_INIT_PARAM previewParam() {
-  tag_ZOLT_PANO_INIT_PARAM p{};
-  p.previewWidth = 1280;
-  p.previewHeight = 720;
-  p.camOrientation = 90;
-  return p;
-}
-
 // Threads of this process at rest after one Initial / Release, so that threads the libraries
 // (and ThreadSanitizer) start lazily are in the count.
 inline int threadsAtRest() {
   const int initial = threadCount();
-  tag_ZOLT_PANO_INIT_PARAM p = previewParam();
-  void* handle = nullptr;
-  if (ZOLT_PANO_Initial(&p, &handle) != SUCCESS) return -1;
-  mustReturn("ZOLT_PANO_Release", [&] { ZOLT_PANO_Release(&handle); });
+  Engine engine;
+  if (engine.initial() != SUCCESS) return -1;
+  mustReturn("ZOLT_PANO_Release", [&] { engine.release(); });
   return threadCountSettled(initial);
 }
 

@@ -8,8 +8,12 @@
 
 namespace zolt::test {
 
-inline sim::SweepConfig simSweep(const std::string& preset, const std::string& photoPath, int frames,
-                                 double photoScale = 1.0) {
+// A photo with texture all over, wide enough for the presets' sweeps.
+inline const char* const kSweepPhoto =
+    "/usr/share/backgrounds/picosdeeuropa_by_Aitzol_Berasategi.jpg";
+
+inline sim::SweepConfig simSweep(const std::string& preset, const std::string& photoPath,
+                                 int frames, double photoScale = 1.0) {
   sim::SweepConfig cfg = sim::SweepConfig::fromPreset(preset);
   cfg.width = 1280;
   cfg.height = 720;

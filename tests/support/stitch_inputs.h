@@ -12,6 +12,7 @@
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
 
+#include "support/textures.h"
 #include "tools/frame_source.h"
 #include "tools/stitch_session.h"
 
@@ -23,19 +24,11 @@ inline const char* const kStitchPhoto =
 // An empty folder of this process (ctest runs a program's cases as parallel processes).
 inline std::string freshDir(const std::string& name) {
   namespace fs = std::filesystem;
-  const fs::path d = fs::path(testing::TempDir()) /
-                     ("zolt_stitch_" + name + "_" + std::to_string(::getpid()));
+  const fs::path d =
+      fs::path(testing::TempDir()) / ("zolt_stitch_" + name + "_" + std::to_string(::getpid()));
   fs::remove_all(d);
   fs::create_directories(d);
   return d.string();
-}
-
-// Blurred noise: texture everywhere that survives JPEG.
-inline cv::Mat texture(int w, int h, int seed) {
-  cv::Mat m(h, w, CV_8UC3);
-  cv::RNG(seed).fill(m, cv::RNG::UNIFORM, 0, 255);
-  cv::GaussianBlur(m, m, cv::Size(5, 5), 1.5);
-  return m;
 }
 
 // An MJPG clip through OpenCV's FFmpeg writer; false when it cannot be written.
@@ -62,8 +55,7 @@ std::string thrown(F f) {
 inline std::string inputErrorOf(const std::string& path, const tools::SourceOptions& opt = {}) {
   return thrown<tools::InputError>([&] {
     auto s = tools::FrameSource::open(path, opt);
-    for (std::vector<uint8_t> f; s->next(f);) {
-    }
+    for (std::vector<uint8_t> f; s->next(f);) {}
   });
 }
 
@@ -78,8 +70,10 @@ inline tools::StitchResult stitchPath(const std::string& path, const std::string
   tools::StitchResult r;
   const std::string e = thrown<tools::StitchError>(
       [&] { tools::stitch(*tools::FrameSource::open(path, src), opt, r); });
-  if (error != nullptr) *error = e;
-  else EXPECT_EQ(e, "");
+  if (error != nullptr)
+    *error = e;
+  else
+    EXPECT_EQ(e, "");
   return r;
 }
 
