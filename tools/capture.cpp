@@ -51,9 +51,8 @@ void Capture::placeKeyFrame(const FrameRecord& f, const tsRECT& before) {
   ++rec.keyFrames;
 }
 
-std::vector<uint8_t> Capture::finish(int endCode) {
+void Capture::finish(int endCode) {
   rec.endCode = endCode;
-  std::vector<uint8_t> jpeg;
   if (session.haveRect()) {
     const auto t0 = std::chrono::steady_clock::now();
     jpeg = session.encodeJpeg();
@@ -63,7 +62,6 @@ std::vector<uint8_t> Capture::finish(int endCode) {
     rec.length = isHorizontal(rec.direction) ? rec.panoramaSize.width : rec.panoramaSize.height;
   }
   session.release();
-  return jpeg;
 }
 
 }  // namespace zolt::tools

@@ -38,14 +38,15 @@ class Capture {
 
   // Feeds one input frame; a key frame that moved the panorama's leading edge is placed.
   FrameRecord feed(const InputFrame& in);
-  // Ends the capture with `endCode`: the panorama as JPEG bytes (empty when there is none) and
-  // the engine released.
-  std::vector<uint8_t> finish(int endCode);
+  // Ends the capture with `endCode`: the panorama encoded into `jpeg` (empty when there is
+  // none) and the engine released.
+  void finish(int endCode);
 
   EngineSession session;
   CaptureRecord rec;
   std::vector<PlacedKeyFrame> keyFrames;
-  double encodeMs = 0.0;  // wall clock of the panorama's encoding
+  std::vector<uint8_t> jpeg;  // the panorama's JPEG bytes once finished
+  double encodeMs = 0.0;      // wall clock of the panorama's encoding
 
  private:
   void placeKeyFrame(const FrameRecord& f, const tsRECT& before);

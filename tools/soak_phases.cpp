@@ -154,8 +154,7 @@ static size_t pingPong(long i, size_t n) {
 Meter::Meter(long n)
     : count(n),
       warm(std::max(1L, n / 10)),
-      wallStart(std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
-                    .count()),
+      start(std::chrono::steady_clock::now()),
       cpu0(cpuSeconds()) {}
 
 void Meter::stepDone(long i) {
@@ -170,9 +169,8 @@ void Meter::endMemory() {
 }
 
 void Meter::stop() {
-  const double now =
-      std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-  perSecond = count / (now - wallStart);
+  perSecond =
+      count / std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   cpuMsEach = 1000.0 * (cpuSeconds() - cpu0) / count;
 }
 

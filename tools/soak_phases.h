@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -42,7 +43,8 @@ struct Checker {
 // first tenth and at the end. Flat means the memory in use; resident memory is reported.
 struct Meter {
   long count, warm;
-  double wallStart, cpu0;
+  std::chrono::steady_clock::time_point start;
+  double cpu0;  // processor seconds at the start
   double perSecond = 0;
   double cpuMsEach = 0;  // processor milliseconds per step
   long rssWarmKb = 0, rssEndKb = 0;

@@ -66,9 +66,8 @@ class StitchRun {
     finishCapture(SUCCESS);
   }
 
-  // The captures in input order, each with its panorama's bytes (empty: none).
+  // The captures in input order.
   std::vector<std::unique_ptr<Capture>> done;
-  std::vector<std::vector<uint8_t>> jpegs;
   OutputPlace& outputs() { return outputs_; }
 
  private:
@@ -126,14 +125,12 @@ class StitchRun {
 
   // Ends the current capture: its panorama saved as NAME_captureK, the engine released.
   void finishCapture(int endCode) {
-    std::vector<uint8_t> jpeg = capture_->finish(endCode);
+    capture_->finish(endCode);
     const auto t0 = Clock::now();
     capture_->rec.panoramaPath =
-        outputs_.writeJpeg(jpeg, "_capture" + std::to_string(capture_->rec.number));
+        outputs_.writeJpeg(capture_->jpeg, "_capture" + std::to_string(capture_->rec.number));
     r_.saveMs += capture_->encodeMs + msSince(t0);
     r_.releaseMs += capture_->session.releaseMs();
-    if (capture_->rec.panoramaPath.empty()) jpeg.clear();
-    jpegs.push_back(std::move(jpeg));
     done.push_back(std::move(capture_));
   }
 
@@ -176,7 +173,7 @@ void keepResult(StitchRun& run, StitchResult& r) {
     best.rec.panoramaPath = outputs.promote(best.rec.panoramaPath);
     r.outputBase = outputs.base();
     r.panoramaPath = best.rec.panoramaPath;
-    r.panorama = cv::imdecode(run.jpegs[chosen], cv::IMREAD_COLOR);
+    r.panorama = cv::imdecode(best.jpeg, cv::IMREAD_COLOR);
   } else {
     // No panorama: still leave the per-frame record where the user asked, or beside it.
     r.outputBase = outputs.recordBase();
@@ -225,13 +222,7 @@ void stitch(FrameSource& source, const StitchOptions& opt, StitchResult& r) {
   if (!opt.boardPlatform.empty()) zolt::setSystemProperty("ro.board.platform", opt.boardPlatform);
   EngineLog log(opt.engineLog);
   StitchRun run(source, opt, r);
-  try {
-    run.run();
-  } catch (const StitchError&) {
-    throw;
-  } catch (const SessionError& e) {  // the engine refused the size, an option or the canvas
-    throw StitchError(e.what());
-  }
+  run.run();
   keepResult(run, r);
 
   const bool anyRect = std::any_of(run.done.begin(), run.done.end(),

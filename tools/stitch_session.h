@@ -20,10 +20,9 @@
 namespace zolt::tools {
 
 // A failure of the stitching itself (engine refused the size, canvas does not suit the sweep,
-// no panorama came out). The message is one line.
-struct StitchError : SessionError {
-  using SessionError::SessionError;
-};
+// no panorama came out): the engine session's own failures and the stitching's are one kind.
+// The message is one line.
+using StitchError = SessionError;
 
 struct StitchOptions {
   std::string name;     // output base: NAME.jpg, NAME.csv, NAME_report.png

@@ -78,7 +78,8 @@ SweepResult runOne(const sim::SweepConfig& cfg, bool withGyro) {
   SessionOptions options;
   options.gyro = gyro.get();
   EngineSession session(cfg.width, cfg.height, options);
-  const ModuleTrack& tracker = *static_cast<OrreryEngine*>(session.handle())->tracker;
+  const OrreryEngine& engine = *static_cast<const OrreryEngine*>(session.handle());
+  const ModuleTrack& tracker = *engine.tracker;
   SweepResult r;
   sim::SimFrame f;
   bool fixed = false;
@@ -90,9 +91,8 @@ SweepResult runOne(const sim::SweepConfig& cfg, bool withGyro) {
     const FrameRecord rec = session.feed(f.nv21.data(), static_cast<double>(f.tNs) * 1e-6);
     if (gyro && f.index > 0) {
       // The prediction from the attitude the engine handed the tracker for this frame.
-      const double* rot = static_cast<OrreryEngine*>(session.handle())->imuRotation;
       double x = 0, y = 0;
-      tracker.predictOffXY_IMU(reference, ModuleTrack::gyroToCameraAxes(rot), x, y);
+      tracker.predictOffXY_IMU(reference, ModuleTrack::gyroToCameraAxes(engine.imuRotation), x, y);
       r.gyroErrors.push_back(std::hypot(x - (f.truth.dx - refTruth.x) * tracker.scale,
                                         y - (f.truth.dy - refTruth.y) * tracker.scale));
     }
