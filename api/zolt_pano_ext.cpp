@@ -13,6 +13,8 @@
 #include "api/engine_registry.h"
 #include "api/refusal.h"
 #include "platform/log.h"
+#include "engine/orrery_engine.h"
+#include "merger/module_merge.h"
 #include "tracker/module_track.h"
 
 namespace {
@@ -210,14 +212,34 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_PackNV21(const unsigned char* y, int yRowStride,
 ZOLT_PANO_EXPORT int ZOLT_PANO_SetOption(void* handle, int option, int value) {
   OrreryEngine* engine = zolt::api::liveEngine(handle, "ZOLT_PANO_SetOption");
   if (engine == nullptr) return ZOLT_PANO_ERR_NOT_ENGINE;
-  // One switch for every option, each range-checked here; none is defined yet.
-  switch (option) {
-    default:
-      zolt::api::refuse(engine, ZOLT_PANO_ERR_BAD_OPTION,
-                        "ZOLT_PANO_SetOption :: unknown option %d (value %d) : call ignored",
-                        option, value);
-      return ZOLT_PANO_ERR_BAD_OPTION;
+  // Every option is a switch (0 or 1), taken only before the first frame: the tracker and the
+  // merger read their flags from the first frame on.
+  const bool known = option == ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT ||
+                     option == ZOLT_PANO_OPTION_EXPOSURE_COMPENSATION;
+  if (!known) {
+    zolt::api::refuse(engine, ZOLT_PANO_ERR_BAD_OPTION,
+                      "ZOLT_PANO_SetOption :: unknown option %d (value %d) : call ignored",
+                      option, value);
+    return ZOLT_PANO_ERR_BAD_OPTION;
   }
+  if (value != 0 && value != 1) {
+    zolt::api::refuse(engine, ZOLT_PANO_ERR_BAD_OPTION,
+                      "ZOLT_PANO_SetOption :: option %d takes 0 or 1, not %d : call ignored",
+                      option, value);
+    return ZOLT_PANO_ERR_BAD_OPTION;
+  }
+  if (engine->frameCount > 0) {
+    zolt::api::refuse(engine, ZOLT_PANO_ERR_BAD_OPTION,
+                      "ZOLT_PANO_SetOption :: option %d set after the first frame : call ignored",
+                      option);
+    return ZOLT_PANO_ERR_BAD_OPTION;
+  }
+  if (option == ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT) {
+    engine->setSubPixelPlacement(value != 0);
+  } else {
+    engine->merger->exposureCompensation = value != 0;
+  }
+  return 0;
 }
 
 }  // extern "C"

@@ -202,10 +202,20 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_PackNV21(const unsigned char* y, int yRowStride,
                                         unsigned char* nv21);
 
 /* The one switch for behaviour beyond zolt_pano.h, set after ZOLT_PANO_Initial and before the
- * first frame. An engine with no option set behaves exactly as zolt_pano.h says. No option is
- * defined in this version: every option is refused with ZOLT_PANO_ERR_BAD_OPTION (an unknown
- * option, or a value out of the option's range), and the engine is left as it was. Returns 0,
- * or ZOLT_PANO_ERR_NOT_ENGINE or _BAD_OPTION. */
+ * first frame. An engine with no option set behaves exactly as zolt_pano.h says, byte for byte.
+ * Options and their values:
+ *   ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT      0 off (default), 1: key frames keep the fraction
+ *       of their motion. Each key frame's offset is refined below a pixel against an earlier key
+ *       frame at least a few dozen pixels back, the panorama's position is kept in fractions and
+ *       rounded only where the frame is laid on the canvas, so slow sweeps (a few pixels a frame)
+ *       are placed as exactly as fast ones.
+ *   ZOLT_PANO_OPTION_EXPOSURE_COMPENSATION   0 off (default), 1: each key frame's brightness is
+ *       matched to the canvas where they overlap, by a gain smoothed along the sweep, so that
+ *       auto exposure leaves no steps between key frames.
+ * Returns 0, or ZOLT_PANO_ERR_NOT_ENGINE or _BAD_OPTION (an unknown option, a value out of the
+ * option's range, or a call after the first frame); a refused call leaves the engine as it was. */
+#define ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT 1
+#define ZOLT_PANO_OPTION_EXPOSURE_COMPENSATION 2
 ZOLT_PANO_EXPORT int ZOLT_PANO_SetOption(void* handle, int option, int value);
 
 #ifdef __cplusplus

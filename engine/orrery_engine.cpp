@@ -40,6 +40,11 @@ void OrreryEngine::zolt_init_pano(int w, int h) {
 
 bool OrreryEngine::isInitialized() { return initialized; }
 
+void OrreryEngine::setSubPixelPlacement(bool on) {
+  tracker->subPixelPlacement = on;
+  merger->roundOffsets = on;
+}
+
 int OrreryEngine::provideIMU(float* angles, float* rotation) {
   int r = ZLOGI("NDK IMU LOGOUT : %f\t%f\t%f\n", angles[0], angles[1], angles[2]);
   for (int i = 0; i < 3; ++i) imuAngles[i] = angles[i];
@@ -139,8 +144,7 @@ int OrreryEngine::provideNV21Image_AddImage(__tag_ZOLT_OFFSCREEN* panorama, tsRE
   const int d = tracker->moveDir;
   if (d != MOVE_NONE && tracker->bKeyFrame) {
     const int64_t t0 = zolt::wallClockMs();
-    merger->merging_AddImage(*frameImg,
-                             cv::Point_<double>(tracker->globalCamPoseX, tracker->globalCamPoseY),
+    merger->merging_AddImage(*frameImg, tracker->placementPose(),
                              static_cast<MoveDirection>(d), panorama);
     merger->CropBlackRect_AddImage(validRect);
     const int64_t t1 = zolt::wallClockMs();

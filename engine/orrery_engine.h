@@ -42,6 +42,9 @@ class ZOLT_PANO_EXPORT OrreryEngine {
   // Builds tracker, merger and frame image; throws when either side is 640 or less.
   void zolt_init_pano(int width, int height);
   bool isInitialized();
+  // ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT: the tracker keeps the fraction of each key frame's pose
+  // and the merger lays it on the nearest pixel.
+  void setSubPixelPlacement(bool on);
   int provideIMU(float* angles, float* rotation);
   int provideNV21Image_SelectFrame(__tag_ZOLT_OFFSCREEN* frame, tsPOINT* offset, long* isKeyFrame,
                                    int* direction, int* sweepLength);

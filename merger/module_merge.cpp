@@ -1,6 +1,7 @@
 // ModuleMerge: construction, placement of the first frame and the per-frame placement rules.
 #include "merger/module_merge.h"
 
+#include <cmath>
 #include <cstring>
 
 #include "platform/clock.h"
@@ -28,8 +29,11 @@ int ModuleMerge::merging_AddImage(NV21Img& frame, cv::Point_<double> offset, Mov
                                   __tag_ZOLT_OFFSCREEN* out) {
   const int64_t t0 = zolt::wallClockMs();
   ZLOGW("MERGER BEGIN");
-  offsetX = static_cast<int32_t>(offset.x);
-  offsetY = static_cast<int32_t>(offset.y);
+  // A pose that keeps its fraction is laid on the nearest pixel; a whole-pixel one is truncated.
+  offsetX = roundOffsets ? static_cast<int32_t>(std::lround(offset.x))
+                         : static_cast<int32_t>(offset.x);
+  offsetY = roundOffsets ? static_cast<int32_t>(std::lround(offset.y))
+                         : static_cast<int32_t>(offset.y);
   if (offsetX > maxOffsetX) {
     maxOffsetX = offsetX;
   } else if (offsetX < minOffsetX) {

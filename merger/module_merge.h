@@ -44,6 +44,11 @@ class ZOLT_PANO_EXPORT ModuleMerge {
   float texturelessDevFrame = 3.0f;  // largest mean abs deviation of a flat frame block
   float texturelessDevPano = 5.0f;   // the same for a canvas block
   float texturelessMinMean = 50.0f;  // a flat block must be brighter than this
+  // Options (ZOLT_PANO_SetOption), off by default. roundOffsets: offsets keep a fraction
+  // (sub-pixel placement) and are rounded, not truncated. exposureCompensation: each key frame's
+  // brightness is matched to the canvas before it is merged.
+  bool roundOffsets = false;
+  bool exposureCompensation = false;
 
   ModuleMerge(int width, int height);
   ~ModuleMerge();

@@ -144,21 +144,22 @@ TEST(ZoltPanoExt, LastErrorIsKeptUntilReadAndOptionsAreRefused) {
   void* h = nullptr;
   ASSERT_EQ(ZOLT_PANO_Initial(&p, &h), SUCCESS);
   EXPECT_EQ(takeError(h), 0);
-  for (int option : {0, 1, -5, 1 << 20}) {
+  for (int option : {0, 3, -5, 1 << 20}) {
     EXPECT_EQ(ZOLT_PANO_SetOption(h, option, 1), ZOLT_PANO_ERR_BAD_OPTION);
     std::string message;
     EXPECT_EQ(takeError(h, &message), ZOLT_PANO_ERR_BAD_OPTION);
     EXPECT_EQ(message, "ZOLT_PANO_SetOption :: unknown option " + std::to_string(option) +
                            " (value 1) : call ignored");
   }
-  EXPECT_EQ(ZOLT_PANO_SetOption(h, 1, 1), ZOLT_PANO_ERR_BAD_OPTION);
+  EXPECT_EQ(ZOLT_PANO_SetOption(h, 0, 1), ZOLT_PANO_ERR_BAD_OPTION);
   char small[10];
   EXPECT_EQ(ZOLT_PANO_GetLastError(h, small, sizeof small), ZOLT_PANO_ERR_BAD_OPTION);
   EXPECT_STREQ(small, "ZOLT_PANO");
   std::string message;
   EXPECT_EQ(takeError(h, &message), 0);  // read once
   EXPECT_EQ(message, "");
-  EXPECT_EQ(ZOLT_PANO_SetOption(h, 1, 1), ZOLT_PANO_ERR_BAD_OPTION);
+  EXPECT_EQ(ZOLT_PANO_SetOption(h, ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT, 2),
+            ZOLT_PANO_ERR_BAD_OPTION);
   EXPECT_EQ(ZOLT_PANO_GetLastError(h, nullptr, 0), ZOLT_PANO_ERR_BAD_OPTION);  // no message wanted
 
   int foreign = 0;

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <new>
 
+#include "api/zolt_pano_ext.h"
 #include "tools/command.h"
 
 namespace zolt::tools {
@@ -32,6 +33,19 @@ void addStitchCliOptions(CLI::App* app, StitchCliArgs& a, const std::string& inp
                 "one capture only: never start a new one when the engine keeps refusing the sweep");
   app->add_option("--gyro-offset-ms", a.gyroOffsetMs,
                   "with a gyroscope: how late its clock runs against the frames' (ms)");
+  app->add_option("--mode", a.mode,
+                  "exact: the engine as zolt_pano.h specifies it; enhanced: sub-pixel placement, "
+                  "exposure compensation and the quality gate")
+      ->check(CLI::IsMember({"exact", "enhanced"}))
+      ->capture_default_str();
+}
+
+void applyStitchMode(const std::string& mode, StitchOptions& opt) {
+  opt.engineOptions.clear();
+  opt.qualityGate = mode == "enhanced";
+  if (mode != "enhanced") return;
+  opt.engineOptions = {{ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT, 1},
+                       {ZOLT_PANO_OPTION_EXPOSURE_COMPENSATION, 1}};
 }
 
 int applyStitchCli(const StitchCliArgs& a, const std::string& command, const std::string& name,
@@ -59,6 +73,7 @@ int applyStitchCli(const StitchCliArgs& a, const std::string& command, const std
   opt.engineLog = a.engineLog;
   opt.restart = !a.noRestart;
   opt.gyroOffsetMs = a.gyroOffsetMs;
+  applyStitchMode(a.mode, opt);
   src.first = a.first;
   src.count = a.count;
   src.fps = a.fps;

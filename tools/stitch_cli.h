@@ -24,6 +24,7 @@ struct StitchCliArgs {
   bool engineLog = false;
   bool noRestart = false;
   double gyroOffsetMs = 0.0;
+  std::string mode = "exact";  // exact or enhanced (see stitchModeOptions)
 };
 
 // The input (positional, required, named `input` in the help) and -o NAME (required unless
@@ -31,6 +32,8 @@ struct StitchCliArgs {
 void addStitchCliOptions(CLI::App* app, StitchCliArgs& a, const std::string& input,
                          const std::string& inputHelp, const std::string& outputHelp,
                          bool outputRequired);
+// The engine options and the quality gate of a --mode: "exact" (none) or "enhanced" (all).
+void applyStitchMode(const std::string& mode, StitchOptions& opt);
 // Fills the session and source options; prints the problem and returns kExitUsage on a bad
 // value.
 int applyStitchCli(const StitchCliArgs& a, const std::string& command, const std::string& name,

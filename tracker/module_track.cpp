@@ -24,7 +24,8 @@ double elapsedMs(int64_t sinceMs) { return static_cast<double>(zolt::wallClockMs
 
 }  // namespace
 
-ModuleTrack::ModuleTrack(int width, int height) : pixelAlign(std::max(width, 0)) {
+ModuleTrack::ModuleTrack(int width, int height)
+    : pixelAlign(std::max(width, 0)), fine(width, height) {
   // Refused before anything is derived from the size: a side of 0 would make the scale
   // infinite and the sizes derived from it NaN, which no int can hold.
   if (static_cast<double>(width) <= 640.0 || static_cast<double>(height) <= 640.0) {
@@ -341,6 +342,11 @@ bool ModuleTrack::tracking_frames(cv::Mat cur, NV21Img& img, double* eulerAngles
   return true;
 }
 
+cv::Point2d ModuleTrack::placementPose() const {
+  return subPixelPlacement && fine.started() ? fine.pose()
+                                             : cv::Point2d(globalCamPoseX, globalCamPoseY);
+}
+
 void ModuleTrack::UpdateState(cv::Mat cur, NV21Img& img) {
   const int64_t t0 = zolt::wallClockMs();
   newPts.clear();
@@ -353,6 +359,10 @@ void ModuleTrack::UpdateState(cv::Mat cur, NV21Img& img) {
   EstimateProgress();
   globalCamPoseX -= meanOffX / scale;
   globalCamPoseY -= meanOffY / scale;
+  if (subPixelPlacement) {
+    fine.place(preImgHighRes, cv::Point2d(globalCamPoseX, globalCamPoseY),
+               moveDir == MOVE_RIGHT || moveDir == MOVE_LEFT);
+  }
   ZLOGI("GlobalCampose = %lf x %lf in UpdateState for Frame = %d detected PrevPtsSize: %d",
         globalCamPoseX, globalCamPoseY, frameIdx, static_cast<int>(prePts.size()));
   if (frameIdx > 1) {

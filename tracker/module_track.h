@@ -13,6 +13,7 @@
 
 #include "image/nv21_img.h"
 #include "tracker/feat_fast_shi_tomasi.h"
+#include "tracker/fine_placement.h"
 #include "tracker/pixel_alignment.h"
 #include "zolt_pano.h"
 
@@ -115,6 +116,11 @@ class ZOLT_PANO_EXPORT ModuleTrack {
   double tooQuickY;
   int32_t failCount;
 
+  // ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT: key frames are also placed below a pixel (`fine`), and
+  // the progress and the merger's placement follow that pose. Off: the whole-pixel pose alone.
+  bool subPixelPlacement = false;
+  FinePlacement fine;
+
   // Throws std::exception when either side is 640 or less.
   ModuleTrack(int width, int height);
   ~ModuleTrack() = default;
@@ -130,6 +136,9 @@ class ZOLT_PANO_EXPORT ModuleTrack {
   bool tracking_frames(cv::Mat cur, NV21Img& img, double* eulerAngles, double* rotMat);
   void UpdateState(cv::Mat cur, NV21Img& img);
   void UpdateRefPoints_OnFailure(cv::Mat ref);
+  // Where the merger lays the last key frame: the fine pose with sub-pixel placement, else
+  // globalCamPoseX / Y.
+  cv::Point2d placementPose() const;
 
   // Vision offset (module_track_vision.cpp).
   bool ComputeOffXY_Vision(NV21Img& img);

@@ -167,9 +167,10 @@ int calculate_quad(float x, float y) {
 }
 
 void ModuleTrack::EstimateProgress() {
+  const cv::Point2d pose = placementPose();
   if (horizontalSweep(moveDir)) {
-    progress = frameWidth + std::abs(static_cast<int>(globalCamPoseX));
+    progress = frameWidth + std::abs(static_cast<int>(pose.x));
   } else if (moveDir == MOVE_DOWN || moveDir == MOVE_UP) {
-    progress = frameHeight + std::abs(static_cast<int>(globalCamPoseY));
+    progress = frameHeight + std::abs(static_cast<int>(pose.y));
   }
 }

@@ -77,7 +77,7 @@ int main(void) {
   if (ZOLT_PANO_Initial(&param, &handle) != ZOLT_PANO_SUCCESS || handle == &param)
     fail("ZOLT_PANO_Initial refused 1280x720", "");
 
-  rc = ZOLT_PANO_SetOption(handle, 1, 1);
+  rc = ZOLT_PANO_SetOption(handle, ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT, 2);
   expect_refusal("ZOLT_PANO_SetOption", rc, handle, ZOLT_PANO_ERR_BAD_OPTION, "ERR_BAD_OPTION");
 
   remove(NEVER_WRITTEN);
