@@ -38,7 +38,8 @@ std::string hexCode(int c) {
 struct Evaluation {
   PlacementErrors placement;
   Spread errors;
-  double placedTravel = 0, trueTravel = 0, measuredTravel = 0;  // pixels along the sweep
+  // Pixels along the sweep; measured by chained phase correlation, whole frames and centres.
+  double placedTravel = 0, trueTravel = 0, measuredTravel = 0, measuredCentreTravel = 0;
   TruthScores image;
   double ms = 0;  // wall clock of the scoring
 };
@@ -67,6 +68,7 @@ Evaluation evaluate(const StitchResult& r, const sim::SweepReader& reader,
   }
   e.placedTravel = placedTravelPx(r);
   e.measuredTravel = measuredTravelPx(r);
+  e.measuredCentreTravel = measuredTravelPx(r, true);
   e.image = scoreAgainstTruth(r.panorama, truthPng, guess);
   e.ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
   return e;
@@ -97,8 +99,11 @@ nlohmann::json toJson(const StitchResult& r, const Evaluation& e, const sim::Swe
   j["travel_px"] = {{"placed", e.placedTravel},
                     {"truth", e.trueTravel},
                     {"measured", e.measuredTravel},
+                    {"measured_centre", e.measuredCentreTravel},
                     {"length_ratio", lengthRatio(e.placedTravel, e.trueTravel)},
-                    {"length_ratio_measured", lengthRatio(e.placedTravel, e.measuredTravel)}};
+                    {"length_ratio_measured", lengthRatio(e.placedTravel, e.measuredTravel)},
+                    {"length_ratio_measured_centre",
+                     lengthRatio(e.placedTravel, e.measuredCentreTravel)}};
   j["panorama"] = {
       {"path", r.panoramaPath},
       {"size", {r.panorama.cols, r.panorama.rows}},

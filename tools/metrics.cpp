@@ -1,5 +1,7 @@
 #include "tools/metrics.h"
 
+#include "tracker/fine_placement.h"
+
 #include <algorithm>
 #include <cmath>
 #include <iterator>
@@ -142,13 +144,41 @@ PlacementErrors placementErrors(const std::vector<cv::Point2d>& placed,
 double lengthRatio(double placed, double travel) { return travel > 0 ? placed / travel : 0.0; }
 
 void ChainedTravel::add(int index, const cv::Mat& luma) {
-  cv::Mat frame;
-  luma.convertTo(frame, CV_32F);
-  if (window_.size() != frame.size()) cv::createHanningWindow(window_, frame.size(), CV_32F);
+  // Each step: the phase correlation's peak, then refined by Gauss-Newton over the same area.
+  // The peak's sub-pixel part leans toward whole pixels, and summed over a slow sweep's many
+  // small steps that lean grew to several percent (+4.7 % at 2.6 px a frame).
+  const auto step = [this, &luma](int k, const cv::Rect& area) {
+    cv::Mat frame;
+    luma(area).convertTo(frame, CV_32F);
+    if (window_[k].size() != frame.size()) cv::createHanningWindow(window_[k], frame.size(), CV_32F);
+    cv::Point2d shift;
+    if (!previous_[k].empty()) {
+      shift = cv::phaseCorrelate(previous_[k], frame, window_[k]);
+      constexpr double kReach = 2.0;
+      const int margin = static_cast<int>(std::ceil(std::max(std::abs(shift.x), std::abs(shift.y)) + kReach)) + 4;
+      const cv::Rect inner = cv::Rect(area.x + margin, area.y + margin, area.width - 2 * margin,
+                                      area.height - 2 * margin) &
+                             cv::Rect(margin, margin, luma.cols - 2 * margin, luma.rows - 2 * margin);
+      cv::Point2d refined = shift;
+      if (inner.width > 8 && inner.height > 8 &&
+          FinePlacement::refineShift(previousLuma_, luma, inner, kReach, refined)) {
+        shift = refined;
+      }
+    }
+    previous_[k] = frame;
+    return shift;
+  };
   // The scene moves against the camera: the image's shift is minus the camera's step.
-  if (!previous_.empty()) position_ -= cv::phaseCorrelate(previous_, frame, window_);
+  if (region_ == Region::kWholeFrame) {
+    position_ -= step(0, cv::Rect(0, 0, luma.cols, luma.rows));
+  } else {
+    const int bandW = std::max(16, luma.cols / 5), bandH = std::max(16, luma.rows / 5);
+    const int longW = luma.cols * 4 / 5, longH = luma.rows * 4 / 5;
+    position_.x -= step(0, cv::Rect((luma.cols - bandW) / 2, (luma.rows - longH) / 2, bandW, longH)).x;
+    position_.y -= step(1, cv::Rect((luma.cols - longW) / 2, (luma.rows - bandH) / 2, longW, bandH)).y;
+  }
+  previousLuma_ = luma.clone();
   positions_[index] = position_;
-  previous_ = frame;
 }
 
 cv::Point2d ChainedTravel::at(int index) const {

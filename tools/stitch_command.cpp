@@ -42,11 +42,13 @@ int runStitch(StitchArgs& a) {
     std::printf("gyroscope: %zu events from %s fed in step with the frames (clock %+.1f ms)\n",
                 r.gyroEvents, opt.gyroPath.c_str(), opt.gyroOffsetMs);
   if (a.travel) {
-    const double placed = placedTravelPx(r), measured = measuredTravelPx(r);
+    const double placed = placedTravelPx(r), measured = measuredTravelPx(r),
+                 centre = measuredTravelPx(r, true);
     std::printf(
         "travel: the key frames span %.0f px, the camera moved %.1f px between them "
-        "(chained phase correlation): length ratio %.4f\n",
-        placed, measured, lengthRatio(placed, measured));
+        "(chained phase correlation; %.1f px at the frames' centres): length ratio %.4f "
+        "(%.4f at the centres)\n",
+        placed, measured, centre, lengthRatio(placed, measured), lengthRatio(placed, centre));
   }
   if (r.rotation != 0)
     std::printf(

@@ -89,8 +89,11 @@ class StitchRun {
     }
     in.timeMs = source_.timeMs();
     r_.readMs += msSince(t0);
-    if (opt_.measureTravel)
-      r_.travel.add(in.index, cv::Mat(source_.height(), source_.width(), CV_8UC1, in.nv21.data()));
+    if (opt_.measureTravel) {
+      const cv::Mat luma(source_.height(), source_.width(), CV_8UC1, in.nv21.data());
+      r_.travel.add(in.index, luma);
+      r_.centreTravel.add(in.index, luma);
+    }
     ++read_;
     return true;
   }
@@ -202,10 +205,10 @@ double placedTravelPx(const StitchResult& r) {
   return std::abs(isHorizontal(r.direction) ? d.x : d.y);
 }
 
-double measuredTravelPx(const StitchResult& r) {
+double measuredTravelPx(const StitchResult& r, bool centre) {
   if (r.keyFrames.empty()) return 0.0;
-  const cv::Point2d d =
-      r.travel.at(r.keyFrames.back().frame) - r.travel.at(r.keyFrames.front().frame);
+  const ChainedTravel& t = centre ? r.centreTravel : r.travel;
+  const cv::Point2d d = t.at(r.keyFrames.back().frame) - t.at(r.keyFrames.front().frame);
   return std::fabs(isHorizontal(r.direction) ? d.x : d.y);
 }
 

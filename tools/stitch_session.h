@@ -72,6 +72,7 @@ struct StitchResult {
   std::string inputProblem;   // a frame that could not be read after others were stitched
   cv::Mat panorama;           // the JPEG as written, BGR
   ChainedTravel travel;       // with measureTravel: the camera's travel over the input frames
+  ChainedTravel centreTravel{ChainedTravel::Region::kCentreLines};  // at the frames' centres
 };
 
 // The longest panorama the default canvas holds: 6 times the frame's longer side along the
@@ -87,7 +88,7 @@ void stitch(FrameSource& source, const StitchOptions& opt, StitchResult& r);
 // merger placed them, and as the frames' chained phase correlation measured it (0 without
 // measureTravel).
 double placedTravelPx(const StitchResult& r);
-double measuredTravelPx(const StitchResult& r);
+double measuredTravelPx(const StitchResult& r, bool centre = false);
 
 // Panorama pixel of a key frame's top-left corner (canvas position minus the valid rectangle's).
 cv::Point panoramaOrigin(const StitchResult& r);

@@ -48,11 +48,8 @@ cv::Point2d FinePlacement::place(const cv::Mat& luma, cv::Point2d coarsePose, bo
 
 bool FinePlacement::measureShift(const cv::Mat& ref, const cv::Mat& cur, bool horizontal,
                                  int halfAlong, double maxMove, cv::Point2d& c) {
-  if (ref.empty() || ref.size() != cur.size() || ref.type() != CV_8UC1 ||
-      cur.type() != CV_8UC1) {
-    return false;
-  }
-  // The band in the reference, centred half way between the two frames' centres along the sweep.
+  // The band in the reference, centred half way between the two frames' centres along the
+  // sweep: the scene there is seen alike by both frames through a turning lens.
   const double cAlong = horizontal ? c.x : c.y;
   const int alongSize = horizontal ? ref.cols : ref.rows;
   const int acrossSize = horizontal ? ref.rows : ref.cols;
@@ -62,11 +59,69 @@ bool FinePlacement::measureShift(const cv::Mat& ref, const cv::Mat& cur, bool ho
   const int b0 = (acrossSize - lenAcross) / 2;
   const cv::Rect band = horizontal ? cv::Rect(a0, b0, lenAlong, lenAcross)
                                    : cv::Rect(b0, a0, lenAcross, lenAlong);
-  // One pixel around the band for the gradient; the moved band, with its reach, inside cur.
+  return refineShift(ref, cur, band, maxMove, c);
+}
+
+namespace {
+
+// Keys' cubic convolution weights (a = -0.5) of the four pixels around a point `f` (0 <= f < 1)
+// past the second of them.
+void cubicWeights(double f, double w[4]) {
+  const auto near = [](double x) { return (1.5 * x - 2.5) * x * x + 1.0; };         // |x| <= 1
+  const auto far = [](double x) { return ((-0.5 * x + 2.5) * x - 4.0) * x + 2.0; };  // 1..2
+  w[0] = far(1.0 + f);
+  w[1] = near(f);
+  w[2] = near(1.0 - f);
+  w[3] = far(2.0 - f);
+}
+
+// The band of img moved by `by` (img(x + by) for x in the band) as CV_32F, interpolated by cubic
+// convolution: one translation has one fraction, so the resampling is a 4-tap filter across and
+// one down, exact at that fraction. Linear interpolation would smooth the moved image more than
+// the template and bend its phase, which pulls a shift toward whole or half pixels by up to
+// 0.06 px. The caller keeps the band and its 2-pixel reach inside img.
+void sampleMoved(const cv::Mat& img, const cv::Rect& band, cv::Point2d by, cv::Mat& out) {
+  const int kx = static_cast<int>(std::floor(by.x)), ky = static_cast<int>(std::floor(by.y));
+  double wx[4], wy[4];
+  cubicWeights(by.x - kx, wx);
+  cubicWeights(by.y - ky, wy);
+  const int w = band.width, h = band.height;
+  const int x0 = band.x + kx - 1, y0 = band.y + ky - 1;
+  cv::Mat rows(h + 3, w, CV_32F);
+  for (int r = 0; r < h + 3; ++r) {
+    const uint8_t* src = img.ptr<uint8_t>(y0 + r) + x0;
+    float* dst = rows.ptr<float>(r);
+    for (int x = 0; x < w; ++x) {
+      dst[x] = static_cast<float>(wx[0] * src[x] + wx[1] * src[x + 1] + wx[2] * src[x + 2] +
+                                  wx[3] * src[x + 3]);
+    }
+  }
+  out.create(h, w, CV_32F);
+  for (int r = 0; r < h; ++r) {
+    const float* s0 = rows.ptr<float>(r);
+    const float* s1 = rows.ptr<float>(r + 1);
+    const float* s2 = rows.ptr<float>(r + 2);
+    const float* s3 = rows.ptr<float>(r + 3);
+    float* dst = out.ptr<float>(r);
+    for (int x = 0; x < w; ++x) {
+      dst[x] = static_cast<float>(wy[0] * s0[x] + wy[1] * s1[x] + wy[2] * s2[x] + wy[3] * s3[x]);
+    }
+  }
+}
+
+}  // namespace
+
+bool FinePlacement::refineShift(const cv::Mat& ref, const cv::Mat& cur, const cv::Rect& band,
+                                double maxMove, cv::Point2d& c) {
+  if (ref.empty() || ref.size() != cur.size() || ref.type() != CV_8UC1 ||
+      cur.type() != CV_8UC1 || band.width < 2 || band.height < 2) {
+    return false;
+  }
+  // One pixel around the band for the gradient; the moved band, with its reach and the
+  // interpolation's two pixels, inside cur.
   const cv::Rect grown(band.x - 1, band.y - 1, band.width + 2, band.height + 2);
-  const cv::Rect whole(0, 0, ref.cols, ref.rows);
-  if ((grown & whole) != grown) return false;
-  const double reach = maxMove + 1.0;
+  if ((grown & cv::Rect(0, 0, ref.cols, ref.rows)) != grown) return false;
+  const double reach = maxMove + 3.0;
   if (band.x + c.x - reach < 0 || band.y + c.y - reach < 0 ||
       band.x + band.width - 1 + c.x + reach > cur.cols - 1 ||
       band.y + band.height - 1 + c.y + reach > cur.rows - 1) {
@@ -74,7 +129,7 @@ bool FinePlacement::measureShift(const cv::Mat& ref, const cv::Mat& cur, bool ho
   }
 
   // Template, its gradient and the 2 x 2 normal matrix (inverse compositional Gauss-Newton: the
-  // gradient is the template's, so the matrix is formed once).
+  // gradient is the template's, taken at whole pixels, so the matrix is formed once).
   cv::Mat g;
   ref(grown).convertTo(g, CV_32F);
   const int w = band.width, h = band.height, n = w * h;
@@ -104,15 +159,11 @@ bool FinePlacement::measureShift(const cv::Mat& ref, const cv::Mat& cur, bool ho
   if (lmin / n < kMinGradient2 || varT <= 0.0 || det <= 0.0) return false;
 
   const cv::Point2d start = c;
-  const cv::Point2f centre(band.x + (w - 1) * 0.5f, band.y + (h - 1) * 0.5f);
   cv::Mat warped;
   double correlation = 0.0;
   bool settled = false;
   for (int it = 0; it < kMaxIterations && !settled; ++it) {
-    cv::getRectSubPix(cur, cv::Size(w, h),
-                      cv::Point2f(centre.x + static_cast<float>(c.x),
-                                  centre.y + static_cast<float>(c.y)),
-                      warped, CV_32F);
+    sampleMoved(cur, band, c, warped);
     const float* iw = warped.ptr<float>(0);  // continuous, w floats a row
     double sumI = 0.0;
     for (int i = 0; i < n; ++i) sumI += iw[i];
@@ -125,7 +176,7 @@ bool FinePlacement::measureShift(const cv::Mat& ref, const cv::Mat& cur, bool ho
     if (varI <= 0.0) return false;
     correlation = cov / std::sqrt(varI * varT);
     // Brightness and contrast of the two frames matched before they are compared: auto
-    // exposure changes both between key frames.
+    // exposure changes both between frames.
     const double gain = std::sqrt(varT / varI);
     double bx = 0.0, by = 0.0;
     for (int i = 0; i < n; ++i) {

@@ -36,6 +36,11 @@ class ZOLT_PANO_EXPORT FinePlacement {
   // leaves either image, or the refinement does not settle within `maxMove` pixels of c.
   static bool measureShift(const cv::Mat& ref, const cv::Mat& cur, bool horizontal, int halfAlong,
                            double maxMove, cv::Point2d& c);
+  // The same over any rectangle `area` of ref (8-bit, one channel): Gauss-Newton on the
+  // translation, brightness and contrast of the two images matched, without the whole-pixel
+  // lean of a correlation peak.
+  static bool refineShift(const cv::Mat& ref, const cv::Mat& cur, const cv::Rect& area,
+                          double maxMove, cv::Point2d& c);
 
  private:
   int width_ = 0, height_ = 0;

@@ -1,0 +1,58 @@
+// FinePlacement: sub-pixel shifts between two frames, and key frames that keep the fraction.
+#include "tracker/fine_placement.h"
+
+#include <cmath>
+
+#include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
+
+#include <random>
+#include <vector>
+
+namespace {
+
+// A grey view of a scene made of sinusoids (wavelengths 4 to 40 px, every direction), seen from
+// camera position `at`: the scene is known between pixels, so a view at any fraction is exact.
+cv::Mat view(cv::Size size, cv::Point2d at, uint32_t seed) {
+  std::mt19937 rng(seed);
+  std::uniform_real_distribution<double> u(0.0, 1.0);
+  struct Wave {
+    double kx, ky, phase, amp;
+  };
+  std::vector<Wave> waves(16);
+  for (Wave& w : waves) {
+    const double k = 2 * CV_PI / (4.0 + 36.0 * u(rng)), dir = 2 * CV_PI * u(rng);
+    w = {k * std::cos(dir), k * std::sin(dir), 2 * CV_PI * u(rng), 2.0 + 4.0 * u(rng)};
+  }
+  cv::Mat out(size, CV_8UC1);
+  for (int y = 0; y < size.height; ++y) {
+    for (int x = 0; x < size.width; ++x) {
+      double v = 128.0;
+      for (const Wave& w : waves) v += w.amp * std::sin(w.kx * (x + at.x) + w.ky * (y + at.y) + w.phase);
+      out.at<uint8_t>(y, x) = cv::saturate_cast<uint8_t>(v);
+    }
+  }
+  return out;
+}
+
+}  // namespace
+
+TEST(FinePlacement, RefinementFindsTheFractionWithoutLeaningToWholePixels) {
+  const cv::Size frame(480, 320);
+  const cv::Mat ref = view(frame, {0, 0}, 5);
+  double sum = 0.0;
+  int n = 0;
+  for (double f = 0.1; f < 1.0; f += 0.2) {
+    for (bool horizontal : {true, false}) {
+      const cv::Point2d truth = horizontal ? cv::Point2d(-(5 + f), 0.3) : cv::Point2d(0.3, -(5 + f));
+      const cv::Mat cur = view(frame, -truth, 5);
+      cv::Point2d c(std::round(truth.x), std::round(truth.y));  // a whole-pixel estimate
+      ASSERT_TRUE(FinePlacement::measureShift(ref, cur, horizontal, 32, 4.0, c)) << f;
+      EXPECT_NEAR(c.x, truth.x, 0.02) << "fraction " << f << (horizontal ? " along x" : " along y");
+      EXPECT_NEAR(c.y, truth.y, 0.02) << "fraction " << f << (horizontal ? " along x" : " along y");
+      sum += (horizontal ? c.x - truth.x : c.y - truth.y);
+      ++n;
+    }
+  }
+  EXPECT_LT(std::abs(sum / n), 0.005);  // no lean: errors of either sign
+}
