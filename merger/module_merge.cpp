@@ -140,7 +140,7 @@ void ModuleMerge::merging_frames(NV21Img& frame, MoveDirection dir) {
       {
         NV21Img& f = exposureMatched(Axis::Horizontal, Side::After, cx, frame);
         merge_ToRight_linear_YUV_withSeam(cx, f, seam);
-        merge_ToRight_direct_YUV_withSeam(seam, cx + halfFrameWidth, f);
+        merge_ToRight_direct_YUV_withSeam(seam, cx + halfFrameWidth, frame);
       }
       lastMergedX = cx;
       break;
@@ -153,7 +153,7 @@ void ModuleMerge::merging_frames(NV21Img& frame, MoveDirection dir) {
       }
       NV21Img& f = exposureMatched(Axis::Horizontal, Side::Before, centre, frame);
       merge_ToLeft_linear_YUV_withSeam(centre, f, seam);
-      merge_ToLeft_direct_YUV_withSeam(centre - halfFrameWidth, seam, f);
+      merge_ToLeft_direct_YUV_withSeam(centre - halfFrameWidth, seam, frame);
       lastMergedX = centre;
       break;
     }
@@ -166,7 +166,7 @@ void ModuleMerge::merging_frames(NV21Img& frame, MoveDirection dir) {
       {
         NV21Img& f = exposureMatched(Axis::Vertical, Side::After, cy, frame);
         merge_ToBottom_linear_YUV_withSeam(cy, f, seam);
-        merge_ToBottom_direct_YUV_withSeam(seam, cy + halfFrameHeight, f);
+        merge_ToBottom_direct_YUV_withSeam(seam, cy + halfFrameHeight, frame);
       }
       lastMergedY = cy;
       break;
@@ -179,11 +179,12 @@ void ModuleMerge::merging_frames(NV21Img& frame, MoveDirection dir) {
       }
       NV21Img& f = exposureMatched(Axis::Vertical, Side::Before, centre, frame);
       merge_ToTop_linear_YUV_withSeam(centre, f, seam);
-      merge_ToTop_direct_YUV_withSeam(centre - halfFrameHeight, seam, f);
+      merge_ToTop_direct_YUV_withSeam(centre - halfFrameHeight, seam, frame);
       lastMergedY = centre;
       break;
     }
     default:
       break;
   }
+  fillNear = nullptr;
 }

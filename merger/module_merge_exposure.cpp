@@ -12,6 +12,7 @@
 // same gain, as a change of exposure scales it.
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <new>
 #include <vector>
 
@@ -32,15 +33,33 @@ constexpr double kAgree = 0.03;    // blocks within 3 % of the median ratio are 
 // taken to have failed rather than the exposure to have changed.
 constexpr double kMinGain = 0.5;
 constexpr double kMaxGain = 1.99;
-// The merge reads the frame up to 144 positions before its centre along the sweep (the seam
-// band's 16 and the widest ramp's 128; the analysis strip's half of 288): a few more are
-// compensated.
+// The seam search and the ramp read the frame up to 144 positions either side of its centre
+// along the sweep (the seam band's 16 and the widest ramp's 128; the analysis strip's half of
+// 288): a few more are compensated.
 constexpr int kMargin = 160;
 
 struct Block {
-  double canvas = 0, frame = 0;  // luma sums of the usable samples
+  int64_t canvas = 0, frame = 0;  // luma sums of the usable samples
   int used = 0, total = 0;
 };
+
+// Adds the sample pairs c[i], f[i] of even i in [0, n) to b, leaving out pairs of which either
+// is clipped or lost in noise. Sums in locals: the byte reads may alias the block.
+inline void addSamples(Block& b, const uint8_t* c, const uint8_t* f, int n) {
+  int sc = 0, sf = 0, used = 0, total = 0;
+  for (int i = 0; i < n; i += 2, ++total) {
+    const int cv = c[i], fv = f[i];
+    const bool ok = static_cast<unsigned>(cv - kLow) <= kHigh - kLow &&
+                    static_cast<unsigned>(fv - kLow) <= kHigh - kLow;
+    sc += ok ? cv : 0;
+    sf += ok ? fv : 0;
+    used += ok;
+  }
+  b.canvas += sc;
+  b.frame += sf;
+  b.used += used;
+  b.total += total;
+}
 
 }  // namespace
 
@@ -67,42 +86,50 @@ double ModuleMerge::measureGain(Axis axis, Side side, int pos, const NV21Img& fr
   const int l0 = std::max(0, -lineShift), l1 = std::min(lines, frameLines - lineShift);
   if (a1 <= a0 || l1 <= l0) return 0.0;
 
+  // Every second line and position: the blocks' means need no more. Both images are read along
+  // their rows: canvas lines are rows of a horizontal sweep's canvas, columns of a vertical one's.
   const size_t pw = static_cast<size_t>(panoWidth), fw = static_cast<size_t>(frameWidth);
+  const uint8_t* cY = panoImg.yPlane;
+  const uint8_t* fY = frame.yPlane;
   std::vector<Block> blocks(static_cast<size_t>(lines / kBlockLines + 1));
-  // Every second line and position: the blocks' means need no more.
-  for (int l = l0; l < l1; l += 2) {
-    Block& b = blocks[static_cast<size_t>(l / kBlockLines)];
-    const int fl = l + lineShift;
+  if (horizontal) {
+    for (int l = l0; l < l1; l += 2) {
+      addSamples(blocks[l / kBlockLines], cY + l * pw + a0,
+                 fY + (l + lineShift) * fw + a0 + alongShift, a1 - a0);
+    }
+  } else {
     for (int a = a0; a < a1; a += 2) {
-      const int fa = a + alongShift;
-      const int c = horizontal ? panoImg.yPlane[l * pw + a] : panoImg.yPlane[a * pw + l];
-      const int f = horizontal ? frame.yPlane[fl * fw + fa] : frame.yPlane[fa * fw + fl];
-      ++b.total;
-      if (c < kLow || c > kHigh || f < kLow || f > kHigh) continue;
-      b.canvas += c;
-      b.frame += f;
-      ++b.used;
+      const uint8_t* c = cY + a * pw;
+      const uint8_t* f = fY + (a + alongShift) * fw + lineShift;
+      for (int l = l0; l < l1;) {
+        const int end = std::min(l1, (l / kBlockLines + 1) * kBlockLines);
+        addSamples(blocks[l / kBlockLines], c + l, f + l, end - l);
+        l += (end - l + 1) & ~1;
+      }
     }
   }
   // The median of the blocks' ratios, robust to what moved or was misplaced; then the blocks
   // that agree with it pooled, for a finer figure than any one block gives.
+  auto usable = [](const Block& b) {
+    return b.used > 0 && 2 * b.used >= b.total && b.frame >= kMinMean * b.used;
+  };
+  auto ratio = [](const Block& b) {
+    return std::log(static_cast<double>(b.canvas) / static_cast<double>(b.frame));
+  };
   std::vector<double> ratios;
-  for (const Block& b : blocks) {
-    if (b.used == 0 || 2 * b.used < b.total || b.frame < kMinMean * b.used) continue;
-    ratios.push_back(std::log(b.canvas / b.frame));
-  }
+  for (const Block& b : blocks)
+    if (usable(b)) ratios.push_back(ratio(b));
   if (static_cast<int>(ratios.size()) < kMinBlocks) return 0.0;
   auto mid = ratios.begin() + static_cast<std::ptrdiff_t>(ratios.size() / 2);
   std::nth_element(ratios.begin(), mid, ratios.end());
   const double median = *mid;
-  double canvas = 0, own = 0;
+  int64_t canvas = 0, own = 0;
   for (const Block& b : blocks) {
-    if (b.used == 0 || 2 * b.used < b.total || b.frame < kMinMean * b.used) continue;
-    if (std::fabs(std::log(b.canvas / b.frame) - median) > kAgree) continue;
+    if (!usable(b) || std::fabs(ratio(b) - median) > kAgree) continue;
     canvas += b.canvas;
     own += b.frame;
   }
-  return own > 0 ? canvas / own : std::exp(median);
+  return own > 0 ? static_cast<double>(canvas) / static_cast<double>(own) : std::exp(median);
 }
 
 NV21Img& ModuleMerge::exposureMatched(Axis axis, Side side, int pos, NV21Img& frame) {
@@ -134,10 +161,15 @@ NV21Img& ModuleMerge::exposureMatched(Axis axis, Side side, int pos, NV21Img& fr
     ZLOGE("exposure compensation: no memory for the frame's copy, merged as it is");
     return frame;
   }
-  // The band the merge reads, in frame positions along the sweep: [u0, u1).
-  const int u0 = before ? 0 : std::max(0, half - kMargin);
-  const int u1 = before ? std::min(frameAlong, half + kMargin) : frameAlong;
-  for (int u = u0 & ~1; u < u1; ++u) {
+  // The compensated part, in frame positions along the sweep, [u0, u1): all that the seam search
+  // and the ramp read (kMargin either side of the centre) and every position whose gain is not
+  // 1. The direct fill takes the rest, at the frame's own exposure, straight from the frame
+  // (fillNear, fillSplit), which spares a copy of a quarter of the frame. Even ends: a VU pair
+  // (horizontal) or VU row (vertical) lies wholly on one side.
+  const int reach = std::max(kMargin, ease + 1);
+  const int u0 = std::max(0, half - (before ? reach : kMargin)) & ~1;
+  const int u1 = std::min(frameAlong, (half + (before ? kMargin : reach) + 1) & ~1);
+  for (int u = u0; u < u1; ++u) {
     const int d = before ? half - u : u - half;  // past the centre toward the leading edge
     const double g =
         d <= 0 ? gain : gain + (1.0 - gain) * std::min(1.0, d / static_cast<double>(ease));
@@ -153,11 +185,10 @@ NV21Img& ModuleMerge::exposureMatched(Axis axis, Side side, int pos, NV21Img& fr
       const size_t at = y * fw + u0;
       kern.gainRow(gainFrame.yPlane + at, frame.yPlane + at, u1 - u0, g + u0, 1, 0);
     }
-    const int b0 = u0 & ~1;
-    for (int u = b0 + 1; u < u1; u += 2) gainTable[u] = gainTable[u - 1];
+    for (int u = u0 + 1; u < u1; u += 2) gainTable[u] = gainTable[u - 1];
     for (int q = 0; q < frameHeight / 2; ++q) {
-      const size_t at = q * fw + b0;
-      kern.gainRow(gainFrame.vuPlane + at, frame.vuPlane + at, u1 - b0, g + b0, 1, 128);
+      const size_t at = q * fw + u0;
+      kern.gainRow(gainFrame.vuPlane + at, frame.vuPlane + at, u1 - u0, g + u0, 1, 128);
     }
   } else {
     // One gain per row; a VU row takes its even row's.
@@ -165,11 +196,13 @@ NV21Img& ModuleMerge::exposureMatched(Axis axis, Side side, int pos, NV21Img& fr
       const size_t at = y * fw;
       kern.gainRow(gainFrame.yPlane + at, frame.yPlane + at, frameWidth, g + y, 0, 0);
     }
-    for (int q = u0 / 2; q < std::min(frameHeight / 2, (u1 + 1) / 2); ++q) {
+    for (int q = u0 / 2; q < u1 / 2; ++q) {
       const size_t at = q * fw;
       kern.gainRow(gainFrame.vuPlane + at, frame.vuPlane + at, frameWidth, g + 2 * q, 0, 128);
     }
   }
+  fillNear = &gainFrame;
+  fillSplit = before ? u0 : u1;
   seamGain = gain;
   ZLOGI("exposure gain %.4f (%s)", gain, measured ? "measured" : "carried over");
   return gainFrame;
