@@ -142,7 +142,16 @@ NV21Img& ModuleMerge::exposureMatched(Axis axis, Side side, int pos, NV21Img& fr
   // leading edge.
   const int ease = std::max(1, (before ? half : frameAlong - half) / 2);
 
-  double gain = measureGain(axis, side, pos, frame);
+  double gain = 0.0;
+  try {
+    gain = measureGain(axis, side, pos, frame);
+    if (!gainFrame.created || gainFrame.width != frameWidth || gainFrame.height != frameHeight)
+      gainFrame.nvCreate(frameHeight, frameWidth);
+    gainTable.resize(static_cast<size_t>(frameAlong));
+  } catch (const std::bad_alloc&) {
+    ZLOGE("exposure compensation: out of memory, the key frame is merged as it is");
+    return frame;
+  }
   const bool measured = gain > 0.0;
   if (!measured) {
     // Nothing to measure (a dark or clipped overlap): the frame is taken to have the last key
@@ -153,14 +162,6 @@ NV21Img& ModuleMerge::exposureMatched(Axis axis, Side side, int pos, NV21Img& fr
   }
   gain = std::clamp(gain, kMinGain, kMaxGain);
 
-  try {
-    if (!gainFrame.created || gainFrame.width != frameWidth || gainFrame.height != frameHeight)
-      gainFrame.nvCreate(frameHeight, frameWidth);
-    gainTable.resize(static_cast<size_t>(frameAlong));
-  } catch (const std::bad_alloc&) {
-    ZLOGE("exposure compensation: no memory for the frame's copy, merged as it is");
-    return frame;
-  }
   // The compensated part, in frame positions along the sweep, [u0, u1): all that the seam search
   // and the ramp read (kMargin either side of the centre) and every position whose gain is not
   // 1. The direct fill takes the rest, at the frame's own exposure, straight from the frame
