@@ -1,5 +1,6 @@
-// Merging one 1920 x 1080 key frame (seam search, blending, direct fill), and the blending ramp
-// alone, reference against the vectorised kernel, in one run.
+// Merging one 1920 x 1080 key frame (seam search, blending, direct fill), with exposure
+// compensation off and on, and the blending ramp and the exposure gain alone, reference against
+// the vectorised kernel, in one run.
 // Run with --benchmark_repetitions=5 --benchmark_report_aggregates_only=true for medians, and
 // 2>/dev/null: the merger logs five lines per key frame. ZOLTPANO_FORCE_REFERENCE=1 runs the
 // whole merge on the reference kernels.
@@ -70,6 +71,64 @@ void BM_MergeKeyFrame(benchmark::State& state) {
 }
 BENCHMARK(BM_MergeKeyFrame)->ArgNames({"vertical", "step"})
     ->Args({0, 300})->Args({0, 600})->Args({1, 300})->Unit(benchmark::kMillisecond);
+
+// One key frame merged with exposure compensation off (0) and on (1): a 1920 x 1080 sweep's
+// second key frame 12 pixels on (about a frame's step in a sweep), 6 % brighter than the first.
+// The difference is what the option costs a key frame.
+void BM_MergeKeyFrameExposure(benchmark::State& state) {
+  const bool horizontal = state.range(0) == 0;
+  const bool on = state.range(1) == 1;
+  const int fw = 1920, fh = 1080, step = 12;
+  const int pw = horizontal ? 6000 : fw, ph = horizontal ? fh : 4000;
+  std::vector<uint8_t> canvasBuf(static_cast<size_t>(pw) * ph * 3 / 2, 0);
+  __tag_ZOLT_OFFSCREEN canvas{0, pw, ph, canvasBuf.data(),
+                              canvasBuf.data() + static_cast<size_t>(pw) * ph};
+  const MoveDirection dir = horizontal ? MOVE_RIGHT : MOVE_DOWN;
+  cv::Mat view = horizontal ? scene() : scene().t();
+  OwnedImg first, second;
+  first.nvCvt2NV21(view(cv::Rect(100, 300, fw, fh)).clone());
+  const cv::Point at = horizontal ? cv::Point(100 + step, 301) : cv::Point(101, 300 + step);
+  cv::Mat brighter;
+  view(cv::Rect(at.x, at.y, fw, fh)).convertTo(brighter, -1, 1.06);
+  second.nvCvt2NV21(brighter);
+  ModuleMerge m(fw, fh);
+  m.exposureCompensation = on;
+  m.merging_AddImage(first, cv::Point_<double>(0, 0), dir, &canvas);
+  const int start = horizontal ? m.lastMergedX : m.lastMergedY;
+  const cv::Point_<double> offset(100 - at.x, 300 - at.y);
+  for (auto _ : state) {
+    (horizontal ? m.lastMergedX : m.lastMergedY) = start;
+    m.merging_AddImage(second, offset, dir, &canvas);
+    benchmark::DoNotOptimize(canvasBuf.data());
+  }
+  state.SetLabel(zolt::mergeKernels().name);
+}
+BENCHMARK(BM_MergeKeyFrameExposure)->ArgNames({"vertical", "exposure"})
+    ->Args({0, 0})->Args({0, 1})->Args({1, 0})->Args({1, 1})->Unit(benchmark::kMillisecond);
+
+// The exposure gain over what a 1920 x 1080 key frame compensates (160 columns before its
+// centre to a quarter frame past it): 1080 rows of 642 luma bytes with a gain per column, and
+// their 540 VU rows, reference against the vectorised kernel.
+void BM_GainRows(benchmark::State& state) {
+  const auto& k = state.range(0) == 0 ? zolt::referenceMergeKernels() : zolt::vectorMergeKernels();
+  const int w = 1920, h = 1080, x0 = 800, x1 = 1442;
+  std::mt19937 rng(7);
+  std::vector<uint8_t> src(static_cast<size_t>(w) * h * 3 / 2), dst(src.size());
+  for (auto& b : src) b = static_cast<uint8_t>(rng());
+  std::vector<int16_t> gains(w);
+  for (int x = 0; x < w; ++x) gains[x] = static_cast<int16_t>(15000 + x);
+  const size_t vu = static_cast<size_t>(w) * h;
+  for (auto _ : state) {
+    for (int r = 0; r < h; ++r)
+      k.gainRow(dst.data() + r * w + x0, src.data() + r * w + x0, x1 - x0, gains.data() + x0, 1, 0);
+    for (int r = 0; r < h / 2; ++r)
+      k.gainRow(dst.data() + vu + r * w + x0, src.data() + vu + r * w + x0, x1 - x0,
+                gains.data() + x0, 1, 128);
+    benchmark::DoNotOptimize(dst.data());
+  }
+  state.SetLabel(k.name);
+}
+BENCHMARK(BM_GainRows)->ArgNames({"vec"})->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 
 // The blending ramp of one key frame: 1080 rows, at level 0 (33 pixels) and 2 (129 pixels).
 void BM_BlendRampRows(benchmark::State& state) {

@@ -1,5 +1,6 @@
 #include "merger/merge_kernels.h"
 
+#include <algorithm>
 #include <cstddef>
 
 #include "platform/simd_choice.h"
@@ -48,10 +49,20 @@ void blendRampColumnsRef(const ColumnRamps& a) {
   }
 }
 
+void gainRowRef(uint8_t* dst, const uint8_t* src, int n, const int16_t* gains, int gainStep,
+                int centre) {
+  for (int i = 0; i < n; ++i) {
+    // >> of a negative int is arithmetic (floor) on every compiler the engine is built with,
+    // as the vector lanes' shifts are.
+    const int p = ((src[i] - centre) * 128 * gains[i * gainStep]) >> 16;
+    dst[i] = static_cast<uint8_t>(std::clamp(centre + ((p + 16) >> 5), 0, 255));
+  }
+}
+
 }  // namespace
 
 const MergeKernels& referenceMergeKernels() {
-  static const MergeKernels k{blendRampRowRef, blendRampColumnsRef, "reference"};
+  static const MergeKernels k{blendRampRowRef, blendRampColumnsRef, gainRowRef, "reference"};
   return k;
 }
 

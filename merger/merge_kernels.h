@@ -37,6 +37,14 @@ struct MergeKernels {
   void (*blendRampRow)(uint8_t* cY, uint8_t* cVU, const uint8_t* fY, const uint8_t* fVU, int xa,
                        int xb, int k, int wfa, int dir, int level);
   void (*blendRampColumns)(const ColumnRamps& r);
+  // Exposure gain on n bytes of one plane row, src to dst (not overlapping): with the gain
+  // g = gains[i * gainStep] (gainStep 1: one per byte, 0: one for the row) in Q14, 0 to 32767,
+  // and centre 0 for luma, 128 for VU bytes,
+  //   p = ((src[i] - centre) * 128 * g) >> 16          (floor)
+  //   dst[i] = clamp(centre + ((p + 16) >> 5), 0, 255)
+  // i.e. centre + (src - centre) * g / 2^14 rounded, in the 16-bit products the vector lanes use.
+  void (*gainRow)(uint8_t* dst, const uint8_t* src, int n, const int16_t* gains, int gainStep,
+                  int centre);
   const char* name;  // "reference" or the Highway target's name
 };
 

@@ -248,6 +248,34 @@ void BlendRampColumns(const ColumnRamps& a) {
   }
 }
 
+// Exposure gain: (src - centre) << 7 fits a signed 16-bit lane (-16384 to 32640), MulHigh
+// keeps the top half of its product with the Q14 gain (the reference's >> 16), and the
+// saturating demotion to bytes is the reference's clamp.
+void GainRow(uint8_t* HWY_RESTRICT dst, const uint8_t* HWY_RESTRICT src, int n,
+             const int16_t* HWY_RESTRICT gains, int gainStep, int centre) {
+  const hn::ScalableTag<int16_t> d16;
+  const hn::Rebind<uint8_t, decltype(d16)> d8;
+  const int lanes = static_cast<int>(hn::Lanes(d16));
+  const auto c = hn::Set(d16, static_cast<int16_t>(centre));
+  const auto half = hn::Set(d16, 16);
+  auto apply = [&](int i, auto g) {
+    const auto v = hn::PromoteTo(d16, hn::LoadU(d8, src + i));
+    const auto p = hn::MulHigh(hn::ShiftLeft<7>(hn::Sub(v, c)), g);
+    hn::StoreU(hn::DemoteTo(d8, hn::Add(hn::ShiftRight<5>(hn::Add(p, half)), c)), d8, dst + i);
+  };
+  int i = 0;
+  if (gainStep == 0 && n > 0) {
+    const auto g = hn::Set(d16, gains[0]);
+    for (; i + lanes <= n; i += lanes) apply(i, g);
+  } else {
+    for (; i + lanes <= n; i += lanes) apply(i, hn::LoadU(d16, gains + i));
+  }
+  for (; i < n; ++i) {
+    const int p = ((src[i] - centre) * 128 * gains[i * gainStep]) >> 16;
+    dst[i] = static_cast<uint8_t>(std::clamp(centre + ((p + 16) >> 5), 0, 255));
+  }
+}
+
 const char* TargetName() { return hwy::TargetName(HWY_TARGET); }
 
 }  // namespace HWY_NAMESPACE
@@ -259,6 +287,7 @@ namespace zolt {
 
 HWY_EXPORT(BlendRampRow);
 HWY_EXPORT(BlendRampColumns);
+HWY_EXPORT(GainRow);
 HWY_EXPORT(TargetName);
 
 namespace {
@@ -269,10 +298,14 @@ void blendRampRowDispatch(uint8_t* cY, uint8_t* cVU, const uint8_t* fY, const ui
 void blendRampColumnsDispatch(const ColumnRamps& r) {
   HWY_DYNAMIC_DISPATCH(BlendRampColumns)(r);
 }
+void gainRowDispatch(uint8_t* dst, const uint8_t* src, int n, const int16_t* gains, int gainStep,
+                     int centre) {
+  HWY_DYNAMIC_DISPATCH(GainRow)(dst, src, n, gains, gainStep, centre);
+}
 }  // namespace
 
 const MergeKernels& vectorMergeKernels() {
-  static const MergeKernels k{blendRampRowDispatch, blendRampColumnsDispatch,
+  static const MergeKernels k{blendRampRowDispatch, blendRampColumnsDispatch, gainRowDispatch,
                               HWY_DYNAMIC_DISPATCH(TargetName)()};
   return k;
 }

@@ -23,7 +23,7 @@ ModuleMerge::ModuleMerge(int width, int height)
   }
 }
 
-ModuleMerge::~ModuleMerge() = default;
+ModuleMerge::~ModuleMerge() { gainFrame.freeData(); }
 
 int ModuleMerge::merging_AddImage(NV21Img& frame, cv::Point_<double> offset, MoveDirection dir,
                                   __tag_ZOLT_OFFSCREEN* out) {
@@ -137,8 +137,11 @@ void ModuleMerge::merging_frames(NV21Img& frame, MoveDirection dir) {
         mergeState = kCanvasFull;
         return;
       }
-      merge_ToRight_linear_YUV_withSeam(cx, frame, seam);
-      merge_ToRight_direct_YUV_withSeam(seam, cx + halfFrameWidth, frame);
+      {
+        NV21Img& f = exposureMatched(Axis::Horizontal, Side::After, cx, frame);
+        merge_ToRight_linear_YUV_withSeam(cx, f, seam);
+        merge_ToRight_direct_YUV_withSeam(seam, cx + halfFrameWidth, frame);
+      }
       lastMergedX = cx;
       break;
     case MOVE_LEFT: {
@@ -148,7 +151,8 @@ void ModuleMerge::merging_frames(NV21Img& frame, MoveDirection dir) {
         mergeState = kCanvasFull;
         return;
       }
-      merge_ToLeft_linear_YUV_withSeam(centre, frame, seam);
+      NV21Img& f = exposureMatched(Axis::Horizontal, Side::Before, centre, frame);
+      merge_ToLeft_linear_YUV_withSeam(centre, f, seam);
       merge_ToLeft_direct_YUV_withSeam(centre - halfFrameWidth, seam, frame);
       lastMergedX = centre;
       break;
@@ -159,8 +163,11 @@ void ModuleMerge::merging_frames(NV21Img& frame, MoveDirection dir) {
         mergeState = kCanvasFull;
         return;
       }
-      merge_ToBottom_linear_YUV_withSeam(cy, frame, seam);
-      merge_ToBottom_direct_YUV_withSeam(seam, cy + halfFrameHeight, frame);
+      {
+        NV21Img& f = exposureMatched(Axis::Vertical, Side::After, cy, frame);
+        merge_ToBottom_linear_YUV_withSeam(cy, f, seam);
+        merge_ToBottom_direct_YUV_withSeam(seam, cy + halfFrameHeight, frame);
+      }
       lastMergedY = cy;
       break;
     case MOVE_UP: {
@@ -170,7 +177,8 @@ void ModuleMerge::merging_frames(NV21Img& frame, MoveDirection dir) {
         mergeState = kCanvasFull;
         return;
       }
-      merge_ToTop_linear_YUV_withSeam(centre, frame, seam);
+      NV21Img& f = exposureMatched(Axis::Vertical, Side::Before, centre, frame);
+      merge_ToTop_linear_YUV_withSeam(centre, f, seam);
       merge_ToTop_direct_YUV_withSeam(centre - halfFrameHeight, seam, frame);
       lastMergedY = centre;
       break;
@@ -178,4 +186,5 @@ void ModuleMerge::merging_frames(NV21Img& frame, MoveDirection dir) {
     default:
       break;
   }
+  fillNear = nullptr;
 }

@@ -105,4 +105,20 @@ class ZOLT_PANO_EXPORT ModuleMerge {
                             NV21Img& frame);
   void directFillVertical(int edge, const std::vector<int>& seam, Side side, NV21Img& frame);
   bool validRect(cv::Rect& rect) const;
+
+  // Exposure compensation (module_merge_exposure.cpp). The key frame centred at canvas position
+  // pos for the seam search and the ramp, its gain applied where they read and wherever the gain
+  // is not 1 (in gainFrame, which it also names for the fill), or `frame` itself when the option
+  // is off or the copy cannot be made.
+  NV21Img& exposureMatched(Axis axis, Side side, int pos, NV21Img& frame);
+  // Canvas over frame luma around the seam; 0 when too little of the overlap can be measured.
+  double measureGain(Axis axis, Side side, int pos, const NV21Img& frame) const;
+  NV21Img gainFrame;               // owned, frame-sized; only the band the merge reads is valid
+  std::vector<int16_t> gainTable;  // Q14 gain per frame position along the sweep
+  double seamGain = 1.0;           // the last merged key frame's gain at its centre
+  // For one merge's direct fill, when set: frame positions along the sweep on the seam's side
+  // of fillSplit (below it for a frame after the seam, from it on for one before) are read from
+  // *fillNear instead of the frame.
+  const NV21Img* fillNear = nullptr;
+  int fillSplit = 0;
 };

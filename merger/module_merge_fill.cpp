@@ -1,6 +1,7 @@
 // ModuleMerge: the new frame copied, unblended, between the moved seam and its leading edge.
 // Horizontal sweeps copy one run per plane and canvas row. Vertical sweeps copy single pixels
-// in the ragged band between the seam and its extreme row, then whole rows.
+// in the ragged band between the seam and its extreme row, then whole rows. With exposure
+// compensation the part near the seam comes from the compensated copy (fillNear).
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -37,6 +38,17 @@ void ModuleMerge::directFillHorizontal(int start, int end, const std::vector<int
   const size_t fw = static_cast<size_t>(frameWidth);
   const int shift = (before ? frameWidth - panoWidth : 0) + offsetX;
   const int rows = std::min<int>(panoHeight, static_cast<int>(seam.size()));
+  // Frame columns [f, f + n) of one plane row to dst: from `own`, or on the seam's side of
+  // fillSplit from `near` (the same row of *fillNear).
+  auto copyRun = [&](uint8_t* dst, const uint8_t* own, const uint8_t* near, int f, int n) {
+    if (near == nullptr) {
+      std::memcpy(dst, own + f, n);
+      return;
+    }
+    const int k = std::clamp(fillSplit - f, 0, n);  // columns below the split
+    std::memcpy(dst, (before ? own : near) + f, k);
+    std::memcpy(dst + k, (before ? near : own) + f + k, n - k);
+  };
   for (int r = 0; r < rows; ++r) {
     const int fr = r + offsetY;
     if (fr < 0 || fr >= frameHeight) continue;
@@ -45,9 +57,11 @@ void ModuleMerge::directFillHorizontal(int start, int end, const std::vector<int
     const int n = before ? s - start : end - s;
     if (n <= 0) continue;  // a seam beyond the leading edge leaves the row alone
     const int sc = a + shift;
-    std::memcpy(panoImg.yPlane + r * pw + a, frame.yPlane + fr * fw + sc, n);
-    std::memcpy(panoImg.vuPlane + (r / 2) * pw + (a / 2) * 2,
-                frame.vuPlane + (fr / 2) * fw + (sc / 2) * 2, n);
+    const size_t yRow = fr * fw, vuRow = (fr / 2) * fw;
+    copyRun(panoImg.yPlane + r * pw + a, frame.yPlane + yRow,
+            fillNear ? fillNear->yPlane + yRow : nullptr, sc, n);
+    copyRun(panoImg.vuPlane + (r / 2) * pw + (a / 2) * 2, frame.vuPlane + vuRow,
+            fillNear ? fillNear->vuPlane + vuRow : nullptr, (sc / 2) * 2, n);
   }
 }
 
@@ -73,11 +87,16 @@ void ModuleMerge::directFillVertical(int edge, const std::vector<int>& seam, Sid
     for (int c = 0; c < cols; ++c) extreme = std::max(extreme, seam[c]);
   }
 
+  // The frame, or *fillNear for frame rows on the seam's side of fillSplit.
+  auto source = [&](int fy) -> const NV21Img& {
+    return fillNear != nullptr && (before ? fy >= fillSplit : fy < fillSplit) ? *fillNear : frame;
+  };
   auto copyPixel = [&](int y, int c, int fy, int fc) {
     if (y < 0 || y >= panoHeight) return;
-    panoImg.yPlane[y * pw + c] = frame.yPlane[fy * fw + fc];
+    const NV21Img& from = source(fy);
+    panoImg.yPlane[y * pw + c] = from.yPlane[fy * fw + fc];
     uint8_t* dst = panoImg.vuPlane + (y / 2) * pw + (c & ~1);
-    const uint8_t* src = frame.vuPlane + (fy / 2) * fw + (fc / 2) * 2;
+    const uint8_t* src = from.vuPlane + (fy / 2) * fw + (fc / 2) * 2;
     dst[0] = src[0];
     dst[1] = src[1];
   };
@@ -100,8 +119,9 @@ void ModuleMerge::directFillVertical(int edge, const std::vector<int>& seam, Sid
   const int yTo = before ? extreme : edge;  // exclusive
   for (int y = std::max(yFrom, 0); y < std::min(yTo, panoHeight); ++y) {
     const int fy = y + yShift;
-    std::memcpy(panoImg.yPlane + y * pw + pCol, frame.yPlane + fy * fw + fCol, run);
-    std::memcpy(panoImg.vuPlane + (y / 2) * pw + pVuCol, frame.vuPlane + (fy / 2) * fw + fVuCol,
+    const NV21Img& from = source(fy);
+    std::memcpy(panoImg.yPlane + y * pw + pCol, from.yPlane + fy * fw + fCol, run);
+    std::memcpy(panoImg.vuPlane + (y / 2) * pw + pVuCol, from.vuPlane + (fy / 2) * fw + fVuCol,
                 run);
   }
 }

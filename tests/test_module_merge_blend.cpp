@@ -9,8 +9,6 @@
 #include <tuple>
 #include <vector>
 
-#include <hwy/targets.h>
-
 #include "merger/merge_kernels.h"
 #include "module_merge_fixtures.h"
 #include "support/log_capture.h"
@@ -23,19 +21,6 @@ namespace {
 int rampValue(int wf, int level, int f, int c) {
   const int hw = 16 << level;
   return (wf * f + (2 * hw - wf) * c + hw) >> (level + 5);
-}
-
-// Runs `check` once for every vector target this CPU runs (SSSE3, SSE4, AVX2, ... on x86), the
-// dispatcher pointed at each in turn.
-template <class Check>
-void forEachTarget(Check check) {
-  for (const int64_t target : hwy::SupportedAndGeneratedTargets()) {
-    SCOPED_TRACE(hwy::TargetName(target));
-    hwy::SetSupportedTargetsForTest(target);
-    check();
-    hwy::SetSupportedTargetsForTest(0);
-    if (::testing::Test::HasFatalFailure()) return;
-  }
 }
 
 }  // namespace

@@ -1,12 +1,15 @@
 // The tools' metrics where a fault would mislead every report: the camera's travel measured by
-// chained phase correlation, against the simulator's truth, and the percentile's definition.
+// chained phase correlation, against the simulator's truth, the percentile's definition and the
+// rows and bands the sky step reads.
 #include <cmath>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
 
 #include "sim/sweep_simulator.h"
 #include "support/sim_sweep.h"
+#include "support/textures.h"
 #include "tools/metrics.h"
 
 using zolt::tools::ChainedTravel;
@@ -54,4 +57,18 @@ TEST(StitchMetrics, PercentileInterpolatesBetweenRanks) {
   EXPECT_DOUBLE_EQ(percentile(v, 1.0), 4.0);
   EXPECT_DOUBLE_EQ(percentile({7}, 0.95), 7.0);
   EXPECT_DOUBLE_EQ(percentile({}, 0.5), 0.0);
+}
+
+// The sky step reads only rows 3 % to 18 % from the top, in 8-column bands: a staircase of
+// 2-level steps every 40 columns there, noise everywhere else, gives 2 (nine steps among 49
+// band differences). A vertical sweep's panorama, turned, gives the same; colour is read as luma.
+TEST(StitchMetrics, SkyStepReadsTheSkyBandsAlongTheSweep) {
+  cv::Mat pano = zolt::test::noise(cv::Size(400, 100), CV_8UC1, 8);
+  for (int x = 0; x < pano.cols; ++x) pano(cv::Rect(x, 3, 1, 15)).setTo(100 + 2 * (x / 40));
+  EXPECT_DOUBLE_EQ(zolt::tools::skyStep(pano, true), 2.0);
+  EXPECT_DOUBLE_EQ(zolt::tools::skyStep(pano.t(), false), 2.0);
+  cv::Mat bgr;
+  cv::cvtColor(pano, bgr, cv::COLOR_GRAY2BGR);
+  EXPECT_NEAR(zolt::tools::skyStep(bgr, true), 2.0, 1e-9);
+  EXPECT_GT(zolt::tools::skyStep(pano.t(), true), 10.0);  // the noise, read the wrong way
 }

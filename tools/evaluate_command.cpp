@@ -41,6 +41,7 @@ struct Evaluation {
   // Pixels along the sweep; measured by chained phase correlation, whole frames and centres.
   double placedTravel = 0, trueTravel = 0, measuredTravel = 0, measuredCentreTravel = 0;
   TruthScores image;
+  double skyStep = 0;  // grey levels
   double ms = 0;  // wall clock of the scoring
 };
 
@@ -70,6 +71,7 @@ Evaluation evaluate(const StitchResult& r, const sim::SweepReader& reader,
   e.measuredTravel = measuredTravelPx(r);
   e.measuredCentreTravel = measuredTravelPx(r, true);
   e.image = scoreAgainstTruth(r.panorama, truthPng, guess);
+  e.skyStep = skyStep(r.panorama, horizontal);
   e.ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
   return e;
 }
@@ -114,7 +116,8 @@ nlohmann::json toJson(const StitchResult& r, const Evaluation& e, const sim::Swe
       {"psnr_db", img.psnr},
       {"tile_psnr_db", img.tilePsnr},
       {"tiles", img.tiles},
-      {"ssim", img.ssim}};
+      {"ssim", img.ssim},
+      {"sky_step", e.skyStep}};
   j["time_ms"] = {{"initial", r.initMs},
                   {"read_frames", r.readMs},
                   {"select_frames", r.selectMs},
@@ -138,11 +141,11 @@ void printSummary(const StitchResult& r, const Evaluation& e, const sim::SweepRe
   std::printf(
       "%s%s: %zu frames, %zu key frames, direction %s (truth %s), codes %s, key-frame error "
       "median %.2f p95 %.2f max %.2f px, length ratio %.4f, PSNR %.2f dB (tiles %.2f dB), SSIM "
-      "%.4f, select %.2f add %.2f ms/frame (%.0f frames/s)\n",
+      "%.4f, sky step %.2f, select %.2f add %.2f ms/frame (%.0f frames/s)\n",
       a.common.input.c_str(), a.gyro ? " (gyroscope)" : "", r.frames.size(), r.keyFrames.size(),
       directionName(r.direction).c_str(), directionName(reader.direction()).c_str(), codes.c_str(),
       e.errors.median, e.errors.p95, e.errors.max, lengthRatio(e.placedTravel, e.trueTravel),
-      e.image.psnr, e.image.tilePsnr, e.image.ssim, r.selectMs / n, r.addMs / n,
+      e.image.psnr, e.image.tilePsnr, e.image.ssim, e.skyStep, r.selectMs / n, r.addMs / n,
       n * 1000.0 / std::max(1e-3, r.selectMs + r.addMs));
 }
 

@@ -143,6 +143,25 @@ PlacementErrors placementErrors(const std::vector<cv::Point2d>& placed,
 
 double lengthRatio(double placed, double travel) { return travel > 0 ? placed / travel : 0.0; }
 
+double skyStep(const cv::Mat& panorama, bool horizontal) {
+  constexpr int kBand = 8;
+  if (panorama.empty()) return 0.0;
+  cv::Mat luma = panorama;
+  if (panorama.channels() == 3) cv::cvtColor(panorama, luma, cv::COLOR_BGR2GRAY);
+  if (!horizontal) luma = luma.t();
+  // Rows [3 %, 18 %) of the height, at least one.
+  const int r0 = luma.rows * 3 / 100;
+  const int r1 = std::max(r0 + 1, luma.rows * 18 / 100);
+  cv::Mat columns;
+  cv::reduce(luma.rowRange(r0, r1), columns, 0, cv::REDUCE_AVG, CV_64F);
+  std::vector<double> bands;
+  for (int x = 0; x + kBand <= columns.cols; x += kBand)
+    bands.push_back(cv::mean(columns.colRange(x, x + kBand))[0]);
+  std::vector<double> steps;
+  for (size_t i = 1; i < bands.size(); ++i) steps.push_back(std::fabs(bands[i] - bands[i - 1]));
+  return percentile(steps, 0.95);
+}
+
 void ChainedTravel::add(int index, const cv::Mat& luma) {
   // Each step: the phase correlation's peak, then refined by Gauss-Newton over the same area.
   // The peak's sub-pixel part leans toward whole pixels, and summed over a slow sweep's many

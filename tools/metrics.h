@@ -55,6 +55,14 @@ PlacementErrors placementErrors(const std::vector<cv::Point2d>& placed,
 // Placed travel over true (or measured) travel; 0 when the latter is not positive.
 double lengthRatio(double placed, double travel);
 
+// Brightness steps between key frames where the scene is smooth (the sky of a landscape sweep),
+// grey levels: the mean luma of each column over rows 3 % to 18 % from the top, averaged over
+// 8-column bands along the sweep, and the 95th percentile of the absolute differences of
+// adjacent bands. A vertical sweep's panorama is measured with rows and columns exchanged
+// (columns 3 % to 18 % from the left, bands of 8 rows). `panorama`: BGR or grey; 0 for fewer
+// than two bands.
+double skyStep(const cv::Mat& panorama, bool horizontal);
+
 // The camera's travel measured from the images alone: phase correlation (Hann-windowed, full
 // resolution) of each frame's luma against the previous frame's, the steps summed. Positions
 // follow the camera: a sweep to the right grows x. Consecutive frames overlap almost entirely,

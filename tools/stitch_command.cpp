@@ -9,6 +9,7 @@
 
 #include "tools/command.h"
 #include "tools/frame_source.h"
+#include "tools/metrics.h"
 #include "tools/stitch_cli.h"
 #include "tools/stitch_session.h"
 #include "zolt_pano_ext.h"
@@ -33,11 +34,13 @@ int runStitch(StitchArgs& a) {
   const int rc = runStitchReporting("stitch", a.common.input, src, opt, r);
   if (rc != kExitOk && r.panoramaPath.empty()) return rc;
   if (a.common.quiet) return rc;
-  std::printf("%s: %d frames, %zu key frames, %s sweep, panorama %dx%d in %s (%.1f frames/s)\n",
-              a.common.input.c_str(), r.inputFrames, r.keyFrames.size(),
-              directionName(r.direction).c_str(), r.panorama.cols, r.panorama.rows,
-              r.panoramaPath.c_str(),
-              r.frames.size() * 1000.0 / std::max(1e-3, r.selectMs + r.addMs));
+  std::printf(
+      "%s: %d frames, %zu key frames, %s sweep, panorama %dx%d in %s, sky step %.2f (%.1f "
+      "frames/s)\n",
+      a.common.input.c_str(), r.inputFrames, r.keyFrames.size(),
+      directionName(r.direction).c_str(), r.panorama.cols, r.panorama.rows,
+      r.panoramaPath.c_str(), skyStep(r.panorama, isHorizontal(r.direction)),
+      r.frames.size() * 1000.0 / std::max(1e-3, r.selectMs + r.addMs));
   if (!opt.gyroPath.empty())
     std::printf("gyroscope: %zu events from %s fed in step with the frames (clock %+.1f ms)\n",
                 r.gyroEvents, opt.gyroPath.c_str(), opt.gyroOffsetMs);
