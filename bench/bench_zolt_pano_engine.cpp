@@ -3,6 +3,7 @@
 #include <benchmark/benchmark.h>
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include <opencv2/core.hpp>
@@ -46,8 +47,9 @@ const Sweep& sweep() {
 // One engine over the sweep, restarted (untimed) at its end, with the canvas it merges into.
 class Engine {
  public:
-  explicit Engine(const Sweep& s)
-      : s_(s), canvas_(static_cast<size_t>(s.w) * 5 * s.h * 3 / 2),
+  // options: ZOLT_PANO_SetOption pairs set on every start.
+  explicit Engine(const Sweep& s, std::vector<std::pair<int, int>> options = {})
+      : s_(s), options_(std::move(options)), canvas_(static_cast<size_t>(s.w) * 5 * s.h * 3 / 2),
         pano_{0, s.w * 5, s.h, canvas_.data(), canvas_.data() + static_cast<size_t>(s.w) * 5 * s.h} {
     start();
   }
@@ -79,9 +81,11 @@ class Engine {
     p.previewWidth = s_.w;
     p.previewHeight = s_.h;
     ZOLT_PANO_Initial(&p, &handle_);
+    for (const auto& [option, value] : options_) ZOLT_PANO_SetOption(handle_, option, value);
     next_ = 0;
   }
   const Sweep& s_;
+  std::vector<std::pair<int, int>> options_;
   std::vector<uint8_t> canvas_;
   __tag_ZOLT_OFFSCREEN pano_;
   void* handle_ = nullptr;
@@ -136,6 +140,32 @@ void BM_FrameLog(benchmark::State& state) {
   ZOLT_PANO_SetLogLevel(ZOLT_PANO_LOG_VERBOSE);
 }
 BENCHMARK(BM_FrameLog)->Arg(0)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->Iterations(600);
+
+// A frame's cost (SelectFrames + AddImage, log silent) with the options off and on: 0 none,
+// 1 sub-pixel placement, 2 exposure compensation, 3 both. Every frame of this sweep is a key
+// frame, so the options' per-key-frame work is all counted.
+void BM_FrameOptions(benchmark::State& state) {
+  const int mode = static_cast<int>(state.range(0));
+  const char* labels[] = {"no option", "sub-pixel placement", "exposure compensation", "both"};
+  state.SetLabel(labels[mode]);
+  std::vector<std::pair<int, int>> options;
+  if (mode & 1) options.emplace_back(ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT, 1);
+  if (mode & 2) options.emplace_back(ZOLT_PANO_OPTION_EXPOSURE_COMPENSATION, 1);
+  ZOLT_PANO_SetLogLevel(ZOLT_PANO_LOG_SILENT);
+  {
+    Engine engine(sweep(), options);
+    for (auto _ : state) {
+      if (engine.atEnd()) {
+        state.PauseTiming();
+        engine.restart();
+        state.ResumeTiming();
+      }
+      engine.feedOne();
+    }
+  }
+  ZOLT_PANO_SetLogLevel(ZOLT_PANO_LOG_VERBOSE);
+}
+BENCHMARK(BM_FrameOptions)->DenseRange(0, 3)->Unit(benchmark::kMillisecond)->Iterations(600);
 
 // The two halves of saving an 8000 x 1080 panorama: the conversion of the canvas to BGR and
 // the JPEG encoding.

@@ -1,6 +1,7 @@
 // FinePlacement: sub-pixel shifts between two frames, and key frames that keep the fraction.
 #include "tracker/fine_placement.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include <gtest/gtest.h>
@@ -8,6 +9,11 @@
 
 #include <random>
 #include <vector>
+
+#include "support/engine_sweep.h"
+#include "support/log_capture.h"
+#include "support/sim_sweep.h"
+#include "zolt_pano_ext.h"
 
 namespace {
 
@@ -55,4 +61,36 @@ TEST(FinePlacement, RefinementFindsTheFractionWithoutLeaningToWholePixels) {
     }
   }
   EXPECT_LT(std::abs(sum / n), 0.005);  // no lean: errors of either sign
+}
+
+// A slow, steady sweep (2.6 px a frame: a key frame every 5.2 px) through the C interface. In
+// whole pixels each key frame is placed 5 px on and the panorama falls behind by 0.2 px a key
+// frame; with the option every key frame lies within a pixel of where the camera was.
+TEST(FinePlacement, SlowSweepKeepsEveryKeyFrameWithinAPixel) {
+  for (bool fine : {false, true}) {
+    zolt::sim::SweepConfig cfg = zolt::test::simSweep("steady", zolt::test::kSweepPhoto, 240);
+    cfg.speed = 2.6 / cfg.width;
+    zolt::sim::SweepSimulator sim(cfg);
+    const int w = sim.width();
+    zolt::test::LogCapture quiet;
+    zolt::test::Engine engine(w, sim.height());
+    ASSERT_EQ(ZOLT_PANO_SetOption(engine.handle(), ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT, fine), 0);
+    const zolt::test::SweepRun run = zolt::test::runSweep(engine, sim);
+    ASSERT_EQ(run.direction(), MOVE_RIGHT);
+    ASSERT_GE(run.keys.size(), 100u);
+    const zolt::sim::TruthRecord& first = run.keys.front().truth;
+    double worst = 0.0;
+    for (const zolt::test::KeyFrame& k : run.keys) {
+      worst = std::max(worst, std::abs(k.report.valid.right - w - (k.truth.x - first.x)));
+    }
+    if (fine) {
+      EXPECT_LE(worst, 1.0);
+    } else {
+      EXPECT_GT(worst, 10.0);  // the whole-pixel placement this option exists for
+    }
+    // Set after the first frame, an option is refused and the engine goes on as it was.
+    EXPECT_EQ(ZOLT_PANO_SetOption(engine.handle(), ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT, !fine),
+              ZOLT_PANO_ERR_BAD_OPTION);
+    EXPECT_EQ(zolt::test::takeError(engine.handle()), ZOLT_PANO_ERR_BAD_OPTION);
+  }
 }
