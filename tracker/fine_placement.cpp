@@ -11,8 +11,8 @@ namespace {
 constexpr int kHalfAlong = 32;         // the band is 64 px along the sweep
 constexpr double kAcrossShare = 0.6;   // and 60 % of the frame across it
 constexpr double kMaxMove = 4.0;       // px a refinement may move from its estimate
-constexpr int kMaxIterations = 20;
-constexpr double kSettled = 1e-3;      // px: an update this small ends the refinement
+constexpr int kMaxIterations = 10;
+constexpr double kSettled = 2e-3;      // px: an update this small ends the refinement
 constexpr double kMinGradient2 = 0.25; // least mean squared gradient on the weaker axis
 constexpr double kMinCorrelation = 0.7;
 
@@ -66,7 +66,7 @@ namespace {
 
 // Keys' cubic convolution weights (a = -0.5) of the four pixels around a point `f` (0 <= f < 1)
 // past the second of them.
-void cubicWeights(double f, double w[4]) {
+void cubicWeights(double f, double* w) {
   const auto near = [](double x) { return (1.5 * x - 2.5) * x * x + 1.0; };         // |x| <= 1
   const auto far = [](double x) { return ((-0.5 * x + 2.5) * x - 4.0) * x + 2.0; };  // 1..2
   w[0] = far(1.0 + f);
@@ -75,36 +75,39 @@ void cubicWeights(double f, double w[4]) {
   w[3] = far(2.0 - f);
 }
 
-// The band of img moved by `by` (img(x + by) for x in the band) as CV_32F, interpolated by cubic
-// convolution: one translation has one fraction, so the resampling is a 4-tap filter across and
-// one down, exact at that fraction. Linear interpolation would smooth the moved image more than
-// the template and bend its phase, which pulls a shift toward whole or half pixels by up to
-// 0.06 px. The caller keeps the band and its 2-pixel reach inside img.
-void sampleMoved(const cv::Mat& img, const cv::Rect& band, cv::Point2d by, cv::Mat& out) {
+// Every second line of the band: the refinement's precision hardly needs them all, its cost does.
+constexpr int kLineStep = 2;
+
+// Lines 0, kLineStep, 2 kLineStep, ... of the band of img moved by `by` (img(x + by) for x in
+// the band) as CV_32F, interpolated by cubic convolution: one translation has one fraction, so
+// the resampling is a 4-tap filter down and one across, exact at that fraction. Linear
+// interpolation would smooth the moved image more than the template and bend its phase, which
+// pulls a shift toward whole or half pixels by up to 0.06 px. The caller keeps the band and its
+// 2-pixel reach inside img.
+void sampleMoved(const cv::Mat& img, const cv::Rect& band, cv::Point2d by, cv::Mat& out,
+                 std::vector<float>& column) {
   const int kx = static_cast<int>(std::floor(by.x)), ky = static_cast<int>(std::floor(by.y));
-  double wx[4], wy[4];
-  cubicWeights(by.x - kx, wx);
-  cubicWeights(by.y - ky, wy);
-  const int w = band.width, h = band.height;
+  float wx[4], wy[4];
+  double d[4];
+  cubicWeights(by.x - kx, d);
+  for (int i = 0; i < 4; ++i) wx[i] = static_cast<float>(d[i]);
+  cubicWeights(by.y - ky, d);
+  for (int i = 0; i < 4; ++i) wy[i] = static_cast<float>(d[i]);
+  const int w = band.width, lines = (band.height + kLineStep - 1) / kLineStep;
   const int x0 = band.x + kx - 1, y0 = band.y + ky - 1;
-  cv::Mat rows(h + 3, w, CV_32F);
-  for (int r = 0; r < h + 3; ++r) {
-    const uint8_t* src = img.ptr<uint8_t>(y0 + r) + x0;
-    float* dst = rows.ptr<float>(r);
-    for (int x = 0; x < w; ++x) {
-      dst[x] = static_cast<float>(wx[0] * src[x] + wx[1] * src[x + 1] + wx[2] * src[x + 2] +
-                                  wx[3] * src[x + 3]);
+  column.resize(w + 3);
+  out.create(lines, w, CV_32F);
+  for (int r = 0; r < lines; ++r) {
+    const uint8_t* s0 = img.ptr<uint8_t>(y0 + r * kLineStep) + x0;
+    const size_t stride = img.step;
+    for (int x = 0; x < w + 3; ++x) {
+      column[x] = wy[0] * s0[x] + wy[1] * s0[x + stride] + wy[2] * s0[x + 2 * stride] +
+                  wy[3] * s0[x + 3 * stride];
     }
-  }
-  out.create(h, w, CV_32F);
-  for (int r = 0; r < h; ++r) {
-    const float* s0 = rows.ptr<float>(r);
-    const float* s1 = rows.ptr<float>(r + 1);
-    const float* s2 = rows.ptr<float>(r + 2);
-    const float* s3 = rows.ptr<float>(r + 3);
     float* dst = out.ptr<float>(r);
+    const float* c = column.data();
     for (int x = 0; x < w; ++x) {
-      dst[x] = static_cast<float>(wy[0] * s0[x] + wy[1] * s1[x] + wy[2] * s2[x] + wy[3] * s3[x]);
+      dst[x] = wx[0] * c[x] + wx[1] * c[x + 1] + wx[2] * c[x + 2] + wx[3] * c[x + 3];
     }
   }
 }
@@ -128,31 +131,38 @@ bool FinePlacement::refineShift(const cv::Mat& ref, const cv::Mat& cur, const cv
     return false;
   }
 
-  // Template, its gradient and the 2 x 2 normal matrix (inverse compositional Gauss-Newton: the
-  // gradient is the template's, taken at whole pixels, so the matrix is formed once).
-  cv::Mat g;
-  ref(grown).convertTo(g, CV_32F);
-  const int w = band.width, h = band.height, n = w * h;
+  // Template (less its mean), its gradient and the 2 x 2 normal matrix: inverse compositional
+  // Gauss-Newton, the gradient is the template's, taken at whole pixels, so the matrix and the
+  // template's sums are formed once.
+  const int w = band.width, lines = (band.height + kLineStep - 1) / kLineStep, n = w * lines;
   std::vector<float> t(n), tx(n), ty(n);
-  double sumT = 0.0, hxx = 0.0, hxy = 0.0, hyy = 0.0;
-  for (int y = 0; y < h; ++y) {
-    const float* up = g.ptr<float>(y);
-    const float* mid = g.ptr<float>(y + 1);
-    const float* down = g.ptr<float>(y + 2);
+  double sumT = 0.0;
+  for (int r = 0; r < lines; ++r) {
+    const int y = band.y + r * kLineStep;
+    const uint8_t* up = ref.ptr<uint8_t>(y - 1) + band.x;
+    const uint8_t* mid = ref.ptr<uint8_t>(y) + band.x;
+    const uint8_t* down = ref.ptr<uint8_t>(y + 1) + band.x;
     for (int x = 0; x < w; ++x) {
-      const int i = y * w + x;
-      t[i] = mid[x + 1];
-      tx[i] = 0.5f * (mid[x + 2] - mid[x]);
-      ty[i] = 0.5f * (down[x + 1] - up[x + 1]);
+      const int i = r * w + x;
+      t[i] = mid[x];
+      tx[i] = 0.5f * (static_cast<float>(mid[x + 1]) - mid[x - 1]);
+      ty[i] = 0.5f * (static_cast<float>(down[x]) - up[x]);
       sumT += t[i];
-      hxx += static_cast<double>(tx[i]) * tx[i];
-      hxy += static_cast<double>(tx[i]) * ty[i];
-      hyy += static_cast<double>(ty[i]) * ty[i];
     }
   }
-  const double meanT = sumT / n;
-  double varT = 0.0;
-  for (int i = 0; i < n; ++i) varT += (t[i] - meanT) * (t[i] - meanT);
+  const float meanT = static_cast<float>(sumT / n);
+  double varT = 0.0, hxx = 0.0, hxy = 0.0, hyy = 0.0, txt = 0.0, tyt = 0.0, sx = 0.0, sy = 0.0;
+  for (int i = 0; i < n; ++i) {
+    t[i] -= meanT;
+    varT += static_cast<double>(t[i]) * t[i];
+    hxx += static_cast<double>(tx[i]) * tx[i];
+    hxy += static_cast<double>(tx[i]) * ty[i];
+    hyy += static_cast<double>(ty[i]) * ty[i];
+    txt += static_cast<double>(tx[i]) * t[i];
+    tyt += static_cast<double>(ty[i]) * t[i];
+    sx += tx[i];
+    sy += ty[i];
+  }
   // The weaker eigenvalue of the normal matrix, per pixel: texture on both axes.
   const double tr = hxx + hyy, det = hxx * hyy - hxy * hxy;
   const double lmin = 0.5 * (tr - std::sqrt(std::max(0.0, tr * tr - 4.0 * det)));
@@ -160,30 +170,34 @@ bool FinePlacement::refineShift(const cv::Mat& ref, const cv::Mat& cur, const cv
 
   const cv::Point2d start = c;
   cv::Mat warped;
+  std::vector<float> column;
   double correlation = 0.0;
   bool settled = false;
   for (int it = 0; it < kMaxIterations && !settled; ++it) {
-    sampleMoved(cur, band, c, warped);
-    const float* iw = warped.ptr<float>(0);  // continuous, w floats a row
-    double sumI = 0.0;
-    for (int i = 0; i < n; ++i) sumI += iw[i];
+    sampleMoved(cur, band, c, warped, column);
+    const float* iw = warped.ptr<float>(0);  // continuous, w floats a line
+    // One pass for every sum the step needs; per line in float, across lines in double.
+    double sumI = 0.0, sumII = 0.0, sumIT = 0.0, sumIX = 0.0, sumIY = 0.0;
+    for (int r = 0; r < lines; ++r) {
+      float a = 0.f, aa = 0.f, at = 0.f, ax = 0.f, ay = 0.f;
+      for (int i = r * w; i < (r + 1) * w; ++i) {
+        a += iw[i];
+        aa += iw[i] * iw[i];
+        at += iw[i] * t[i];
+        ax += iw[i] * tx[i];
+        ay += iw[i] * ty[i];
+      }
+      sumI += a, sumII += aa, sumIT += at, sumIX += ax, sumIY += ay;
+    }
     const double meanI = sumI / n;
-    double varI = 0.0, cov = 0.0;
-    for (int i = 0; i < n; ++i) {
-      varI += (iw[i] - meanI) * (iw[i] - meanI);
-      cov += (iw[i] - meanI) * (t[i] - meanT);
-    }
+    const double varI = sumII - sumI * meanI;
     if (varI <= 0.0) return false;
-    correlation = cov / std::sqrt(varI * varT);
+    correlation = sumIT / std::sqrt(varI * varT);
     // Brightness and contrast of the two frames matched before they are compared: auto
-    // exposure changes both between frames.
+    // exposure changes both between frames. The error is e = (I - meanI) gain - T.
     const double gain = std::sqrt(varT / varI);
-    double bx = 0.0, by = 0.0;
-    for (int i = 0; i < n; ++i) {
-      const double e = (iw[i] - meanI) * gain - (t[i] - meanT);
-      bx += tx[i] * e;
-      by += ty[i] * e;
-    }
+    const double bx = gain * (sumIX - meanI * sx) - txt;
+    const double by = gain * (sumIY - meanI * sy) - tyt;
     const double dx = (hyy * bx - hxy * by) / det;
     const double dy = (hxx * by - hxy * bx) / det;
     c.x -= dx;
