@@ -94,3 +94,37 @@ TEST(FinePlacement, SlowSweepKeepsEveryKeyFrameWithinAPixel) {
     EXPECT_EQ(zolt::test::takeError(engine.handle()), ZOLT_PANO_ERR_BAD_OPTION);
   }
 }
+
+// Eight flat grey frames in a sweep: the tracker finds nothing, and after four such frames it
+// makes the blank frame its reference without moving the pose, so the whole-pixel track loses the
+// camera's motion over the gap. The anchor, searched for wide, finds it again.
+TEST(FinePlacement, MotionLostOverBlankFramesIsFoundAgain) {
+  for (bool fine : {false, true}) {
+    zolt::sim::SweepConfig cfg = zolt::test::simSweep("steady", zolt::test::kSweepPhoto, 60);
+    cfg.speed = 10.0 / cfg.width;
+    zolt::sim::SweepSimulator sim(cfg);
+    const int w = sim.width(), h = sim.height();
+    zolt::test::LogCapture quiet;
+    zolt::test::Engine engine(w, h);
+    ASSERT_EQ(ZOLT_PANO_SetOption(engine.handle(), ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT, fine), 0);
+    int index = 0;
+    const auto blankGap = [&index, w, h](const uint8_t* nv21, uint8_t* scratch) {
+      const bool blank = index >= 20 && index < 28;
+      ++index;
+      if (!blank) return nv21;
+      std::fill(scratch, scratch + static_cast<size_t>(w) * h * 3 / 2, uint8_t{128});
+      return static_cast<const uint8_t*>(scratch);
+    };
+    const zolt::test::SweepRun run = zolt::test::runSweep(engine, sim, blankGap);
+    ASSERT_EQ(run.direction(), MOVE_RIGHT);
+    const zolt::test::KeyFrame& last = run.keys.back();
+    ASSERT_GT(last.frame, 40);
+    const double placed = last.report.valid.right - w;
+    const double truth = last.truth.x - run.keys.front().truth.x;
+    if (fine) {
+      EXPECT_NEAR(placed, truth, 1.0);
+    } else {
+      EXPECT_LT(placed, truth - 20.0);  // the motion over the gap, lost
+    }
+  }
+}

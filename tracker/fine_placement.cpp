@@ -11,6 +11,7 @@ namespace {
 constexpr int kHalfAlong = 32;         // the band is 64 px along the sweep
 constexpr double kAcrossShare = 0.6;   // and 60 % of the frame across it
 constexpr double kMaxMove = 4.0;       // px a refinement may move from its estimate
+constexpr double kMinResponse = 0.05;  // least phase-correlation peak a wide search trusts
 constexpr int kMaxIterations = 10;
 constexpr double kSettled = 2e-3;      // px: an update this small ends the refinement
 constexpr double kMinGradient2 = 0.25; // least mean squared gradient on the weaker axis
@@ -31,7 +32,8 @@ cv::Point2d FinePlacement::place(const cv::Mat& luma, cv::Point2d coarsePose, bo
   const cv::Point2d predicted = pose_ + (coarsePose - lastCoarse_);
   lastCoarse_ = coarsePose;
   cv::Point2d c = predicted - anchorPose_;
-  const bool ok = measureShift(anchor_, luma, horizontal, kHalfAlong, kMaxMove, c);
+  bool ok = measureShift(anchor_, luma, horizontal, kHalfAlong, kMaxMove, c);
+  if (!ok) ok = searchWide(luma, horizontal, c);
   pose_ = ok ? anchorPose_ + c : predicted;
   ok ? ++measured_ : ++fellBack_;
   // Move the anchor once it lies a baseline back, or when it could not be matched: the next key
@@ -44,6 +46,27 @@ cv::Point2d FinePlacement::place(const cv::Mat& luma, cv::Point2d coarsePose, bo
     anchorPose_ = pose_;
   }
   return pose_;
+}
+
+bool FinePlacement::searchWide(const cv::Mat& luma, bool horizontal, cv::Point2d& c) const {
+  // The tracker can lose the camera's motion: after four frames it could not track it makes the
+  // current frame its reference without moving the pose, so the prediction can be tens of pixels
+  // out. Phase correlation of the two frames at a quarter of the resolution finds any shift up
+  // to half a frame; the full resolution then refines it.
+  cv::Mat a, b;
+  cv::resize(anchor_, a, cv::Size(), 0.25, 0.25, cv::INTER_AREA);
+  cv::resize(luma, b, cv::Size(), 0.25, 0.25, cv::INTER_AREA);
+  a.convertTo(a, CV_32F);
+  b.convertTo(b, CV_32F);
+  cv::Mat window;
+  cv::createHanningWindow(window, a.size(), CV_32F);
+  double response = 0.0;
+  const cv::Point2d q = cv::phaseCorrelate(a, b, window, &response);
+  if (response < kMinResponse) return false;
+  cv::Point2d fine = q * 4.0;
+  if (!measureShift(anchor_, luma, horizontal, kHalfAlong, kMaxMove, fine)) return false;
+  c = fine;
+  return true;
 }
 
 bool FinePlacement::measureShift(const cv::Mat& ref, const cv::Mat& cur, bool horizontal,

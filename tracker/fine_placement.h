@@ -43,6 +43,10 @@ class ZOLT_PANO_EXPORT FinePlacement {
                           double maxMove, cv::Point2d& c);
 
  private:
+  // The shift from the anchor searched further than measureShift reaches, at a quarter of the
+  // resolution, then refined; false (c unchanged) where that fails too.
+  bool searchWide(const cv::Mat& luma, bool horizontal, cv::Point2d& c) const;
+
   int width_ = 0, height_ = 0;
   bool haveAnchor_ = false;
   cv::Mat anchor_;             // full-resolution luma of the anchor key frame
