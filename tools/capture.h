@@ -8,6 +8,7 @@
 #include <opencv2/core.hpp>
 
 #include "tools/engine_session.h"
+#include "tools/quality_gate.h"
 #include "tools/restart_policy.h"
 
 namespace zolt::tools {
@@ -22,6 +23,7 @@ struct CaptureRecord {
   int length = 0;         // panorama extent along the sweep, pixels; 0: none
   cv::Size panoramaSize;
   std::string panoramaPath;  // empty when it gave no panorama
+  GateVerdict gate;          // with the quality gate on: whether its picture is a panorama
 };
 
 // A key frame the merger placed, in canvas pixels.

@@ -118,6 +118,20 @@ nlohmann::json toJson(const StitchResult& r, const Evaluation& e, const sim::Swe
       {"tiles", img.tiles},
       {"ssim", img.ssim},
       {"sky_step", e.skyStep}};
+  const GateVerdict& gate = r.captures.at(static_cast<size_t>(r.chosenCapture)).gate;
+  j["quality_gate"] = nlohmann::json(nullptr);
+  if (gate.judged)
+    j["quality_gate"] = {{"verdict", gate.passed ? "passed" : "refused"},
+                         {"reason", gate.reason},
+                         {"key_frames", gate.keyFrames},
+                         {"overlaps", gate.pairs},
+                         {"flat_overlaps", gate.flatPairs},
+                         {"median_correlation", gate.medianCorrelation},
+                         {"lowest_correlation", gate.lowestCorrelation},
+                         {"disagreeing", gate.disagreeing},
+                         {"travel_along_px", gate.travelAlong},
+                         {"travel_across_px", gate.travelAcross},
+                         {"placed_along_px", gate.placedAlong}};
   j["time_ms"] = {{"initial", r.initMs},
                   {"read_frames", r.readMs},
                   {"select_frames", r.selectMs},
@@ -138,15 +152,17 @@ void printSummary(const StitchResult& r, const Evaluation& e, const sim::SweepRe
   const double n = std::max(1.0, static_cast<double>(r.frames.size()));
   std::string codes;
   for (int c : r.codesSeen) codes += (codes.empty() ? "" : ",") + hexCode(c);
+  const GateVerdict& gate = r.captures.at(static_cast<size_t>(r.chosenCapture)).gate;
+  const std::string gateText = gate.judged ? ", quality gate " + describe(gate) : "";
   std::printf(
       "%s%s: %zu frames, %zu key frames, direction %s (truth %s), codes %s, key-frame error "
       "median %.2f p95 %.2f max %.2f px, length ratio %.4f, PSNR %.2f dB (tiles %.2f dB), SSIM "
-      "%.4f, sky step %.2f, select %.2f add %.2f ms/frame (%.0f frames/s)\n",
+      "%.4f, sky step %.2f, select %.2f add %.2f ms/frame (%.0f frames/s)%s\n",
       a.common.input.c_str(), a.gyro ? " (gyroscope)" : "", r.frames.size(), r.keyFrames.size(),
       directionName(r.direction).c_str(), directionName(reader.direction()).c_str(), codes.c_str(),
       e.errors.median, e.errors.p95, e.errors.max, lengthRatio(e.placedTravel, e.trueTravel),
       e.image.psnr, e.image.tilePsnr, e.image.ssim, e.skyStep, r.selectMs / n, r.addMs / n,
-      n * 1000.0 / std::max(1e-3, r.selectMs + r.addMs));
+      n * 1000.0 / std::max(1e-3, r.selectMs + r.addMs), gateText.c_str());
 }
 
 int runEvaluate(EvaluateArgs& a) {

@@ -101,6 +101,12 @@ int runStitchReporting(const std::string& command, const std::string& input,
   }
   std::string problem = r.inputProblem;
   if (!r.outputProblem.empty()) problem += (problem.empty() ? "" : "; ") + r.outputProblem;
+  const GateVerdict& gate = r.captures.at(static_cast<size_t>(r.chosenCapture)).gate;
+  if (!gate.passed) {
+    printError(command, "refused: " + gate.reason + (problem.empty() ? "" : "; " + problem) +
+                            "; the picture is kept as '" + r.panoramaPath + "'");
+    return kExitFailure;
+  }
   if (!problem.empty()) {
     const std::string where = r.inputProblem.empty() ? "the panorama" : "the panorama so far";
     printError(command, problem + "; " + where + " is in '" + r.panoramaPath + "'");

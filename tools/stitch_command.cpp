@@ -34,13 +34,15 @@ int runStitch(StitchArgs& a) {
   const int rc = runStitchReporting("stitch", a.common.input, src, opt, r);
   if (rc != kExitOk && r.panoramaPath.empty()) return rc;
   if (a.common.quiet) return rc;
-  std::printf(
-      "%s: %d frames, %zu key frames, %s sweep, panorama %dx%d in %s, sky step %.2f (%.1f "
-      "frames/s)\n",
-      a.common.input.c_str(), r.inputFrames, r.keyFrames.size(),
-      directionName(r.direction).c_str(), r.panorama.cols, r.panorama.rows,
-      r.panoramaPath.c_str(), skyStep(r.panorama, isHorizontal(r.direction)),
-      r.frames.size() * 1000.0 / std::max(1e-3, r.selectMs + r.addMs));
+  const GateVerdict& gate = r.captures.at(static_cast<size_t>(r.chosenCapture)).gate;
+  std::printf("%s: %d frames, %zu key frames, %s sweep, %s %dx%d in %s, sky step %.2f (%.1f "
+              "frames/s)\n",
+              a.common.input.c_str(), r.inputFrames, r.keyFrames.size(),
+              directionName(r.direction).c_str(), gate.passed ? "panorama" : "refused picture",
+              r.panorama.cols, r.panorama.rows, r.panoramaPath.c_str(),
+              skyStep(r.panorama, isHorizontal(r.direction)),
+              r.frames.size() * 1000.0 / std::max(1e-3, r.selectMs + r.addMs));
+  if (gate.judged) std::printf("quality gate: %s\n", describe(gate).c_str());
   if (!opt.gyroPath.empty())
     std::printf("gyroscope: %zu events from %s fed in step with the frames (clock %+.1f ms)\n",
                 r.gyroEvents, opt.gyroPath.c_str(), opt.gyroOffsetMs);
@@ -61,20 +63,22 @@ int runStitch(StitchArgs& a) {
     std::printf(
         "%zu captures (the engine kept refusing the sweep; each new capture starts "
         "where the one before last took a key frame; %zu frames fed in all), the "
-        "longest is the result:\n",
-        r.captures.size(), r.frames.size());
+        "longest%s is the result:\n",
+        r.captures.size(), r.frames.size(), gate.judged ? " the quality gate passed" : "");
     for (size_t i = 0; i < r.captures.size(); ++i) {
       const CaptureRecord& c = r.captures[i];
       std::string pano = "no panorama";
       if (!c.panoramaPath.empty())
-        pano = "panorama " + std::to_string(c.panoramaSize.width) + "x" +
-               std::to_string(c.panoramaSize.height) + " in " + c.panoramaPath;
+        pano = (c.gate.passed ? "panorama " : "refused picture ") +
+               std::to_string(c.panoramaSize.width) + "x" + std::to_string(c.panoramaSize.height) +
+               " in " + c.panoramaPath;
       std::string ended;
       if (c.endCode != SUCCESS) ended = std::string("; ended by ") + ZOLT_PANO_CodeName(c.endCode);
       std::printf("  capture %d: frames %d-%d, %s sweep, %d key frames, %s%s%s\n", c.number,
                   c.firstFrame, c.lastFrame, directionName(c.direction).c_str(), c.keyFrames,
                   pano.c_str(), ended.c_str(),
                   static_cast<int>(i) == r.chosenCapture ? " (the result)" : "");
+      if (c.gate.judged) std::printf("    quality gate: %s\n", describe(c.gate).c_str());
     }
   }
   return rc;

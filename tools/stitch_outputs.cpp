@@ -69,8 +69,8 @@ std::string OutputPlace::writeJpeg(const std::vector<uint8_t>& jpeg, const std::
   return "";
 }
 
-std::string OutputPlace::promote(const std::string& path) const {
-  const std::string target = base() + ".jpg";
+std::string OutputPlace::promote(const std::string& path, const std::string& suffix) const {
+  const std::string target = base() + suffix + ".jpg";
   std::error_code ec;
   fs::rename(path, target, ec);
   return ec ? path : target;

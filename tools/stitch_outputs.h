@@ -19,8 +19,8 @@ class OutputPlace {
   // write leaves an older file untouched), trying the places from the one used last on. Returns
   // the path written, or "" when no place took it.
   std::string writeJpeg(const std::vector<uint8_t>& jpeg, const std::string& suffix);
-  // Renames a panorama written by writeJpeg to BASE.jpg; returns where it is now.
-  std::string promote(const std::string& path) const;
+  // Renames a panorama written by writeJpeg to BASE + suffix + ".jpg"; returns where it is now.
+  std::string promote(const std::string& path, const std::string& suffix = "") const;
   // The base in use: NAME, or the fallback that took the panorama.
   const std::string& base() const { return bases_[index_]; }
   // Where the per-frame record goes when no panorama was written: NAME, or NAME's file name in

@@ -89,17 +89,22 @@ class StitchRun {
     }
     in.timeMs = source_.timeMs();
     r_.readMs += msSince(t0);
-    if (opt_.measureTravel) {
+    if (opt_.measureTravel || opt_.qualityGate) {
       const cv::Mat luma(source_.height(), source_.width(), CV_8UC1, in.nv21.data());
       r_.travel.add(in.index, luma);
-      r_.centreTravel.add(in.index, luma);
+      if (opt_.measureTravel) r_.centreTravel.add(in.index, luma);
     }
     ++read_;
     return true;
   }
 
   FrameRecord feed(const InputFrame& in) {
+    const size_t placed = capture_->keyFrames.size();
     const FrameRecord f = capture_->feed(in);
+    if (opt_.qualityGate && capture_->keyFrames.size() > placed)
+      keyEvidence_.add(in.index, capture_->keyFrames.back().canvas,
+                       cv::Mat(source_.height(), source_.width(), CV_8UC1,
+                               const_cast<uint8_t*>(in.nv21.data())));
     r_.selectMs += f.selectMs;
     r_.addMs += f.addMs;
     if (f.keyFrame && capture_->session.haveRect()) ++keyFrames_;
@@ -129,9 +134,14 @@ class StitchRun {
   // Ends the current capture: its panorama saved as NAME_captureK, the engine released.
   void finishCapture(int endCode) {
     capture_->finish(endCode);
+    CaptureRecord& rec = capture_->rec;
+    if (opt_.qualityGate && !capture_->jpeg.empty())
+      rec.gate = judgeCapture(keyEvidence_, r_.travel, isHorizontal(rec.direction),
+                              isHorizontal(rec.direction) ? source_.width() : source_.height());
+    keyEvidence_ = KeyFrameEvidence();
     const auto t0 = Clock::now();
-    capture_->rec.panoramaPath =
-        outputs_.writeJpeg(capture_->jpeg, "_capture" + std::to_string(capture_->rec.number));
+    rec.panoramaPath = outputs_.writeJpeg(capture_->jpeg, "_capture" + std::to_string(rec.number) +
+                                                              (rec.gate.passed ? "" : "_refused"));
     r_.saveMs += capture_->encodeMs + msSince(t0);
     r_.releaseMs += capture_->session.releaseMs();
     done.push_back(std::move(capture_));
@@ -148,17 +158,22 @@ class StitchRun {
   std::deque<InputFrame> replay_;  // frames to feed again after a restart, in input order
   ReplayBuffer replayBuffer_;
   RefusedRun run_;
+  KeyFrameEvidence keyEvidence_;  // the current capture's, with the quality gate on
   int read_ = 0;
   int keyFrames_ = 0;
 };
 
-// The longest panorama is the result; with none, the last capture that fixed a direction.
+// The longest panorama the quality gate passed is the result (every one passes with the gate
+// off); failing that the longest refused one, then the last capture that fixed a direction.
 int chooseCapture(const std::vector<std::unique_ptr<Capture>>& done) {
   int chosen = -1;
-  for (size_t i = 0; i < done.size(); ++i)
-    if (!done[i]->rec.panoramaPath.empty() &&
-        (chosen < 0 || done[i]->rec.length > done[static_cast<size_t>(chosen)]->rec.length))
-      chosen = static_cast<int>(i);
+  for (bool passed : {true, false}) {
+    for (size_t i = 0; i < done.size(); ++i)
+      if (!done[i]->rec.panoramaPath.empty() && done[i]->rec.gate.passed == passed &&
+          (chosen < 0 || done[i]->rec.length > done[static_cast<size_t>(chosen)]->rec.length))
+        chosen = static_cast<int>(i);
+    if (chosen >= 0) break;
+  }
   if (chosen < 0)
     for (size_t i = 0; i < done.size(); ++i)
       if (done[i]->rec.direction != MOVE_NONE) chosen = static_cast<int>(i);
@@ -173,7 +188,8 @@ void keepResult(StitchRun& run, StitchResult& r) {
   Capture& best = *run.done[chosen];
   OutputPlace& outputs = run.outputs();
   if (!best.rec.panoramaPath.empty()) {
-    best.rec.panoramaPath = outputs.promote(best.rec.panoramaPath);
+    best.rec.panoramaPath =
+        outputs.promote(best.rec.panoramaPath, best.rec.gate.passed ? "" : "_refused");
     r.outputBase = outputs.base();
     r.panoramaPath = best.rec.panoramaPath;
     r.panorama = cv::imdecode(best.jpeg, cv::IMREAD_COLOR);
