@@ -24,7 +24,7 @@ struct StitchCliArgs {
   bool engineLog = false;
   bool noRestart = false;
   double gyroOffsetMs = 0.0;
-  std::string mode = "exact";  // exact or enhanced (see stitchModeOptions)
+  std::string mode = "enhanced";  // exact or enhanced (see applyStitchMode)
 };
 
 // The input (positional, required, named `input` in the help) and -o NAME (required unless
