@@ -86,7 +86,7 @@ TEST(QualityGate, JudgesTheCaptureAgainstTheCamerasTravel) {
   EXPECT_GT(good.medianCorrelation, 0.9);
 
   EXPECT_TRUE(says(judged({0, 24}, false, 16), "across the sweep more than along it"));
-  EXPECT_TRUE(says(judged({12, 0}, true, 16), "span 180 px along the sweep but the camera moved"));
+  EXPECT_TRUE(says(judged({12, 0}, true, 16), "span 180 px along the sweep but the camera moved 36"));
   EXPECT_TRUE(says(judged({24, 0}, true, 3), "single view, not a panorama"));
   EXPECT_TRUE(says(judged({24, 0}, true, 16, 90), "do not agree where they overlap"));
 }

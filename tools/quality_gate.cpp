@@ -106,6 +106,8 @@ GateVerdict judgeCapture(const KeyFrameEvidence& keys, const ChainedTravel& trav
     v.reason = format(
         "the key frames span %.0f px along the sweep but the camera moved %.0f px between them",
         v.placedAlong, v.travelAlong);
+    v.reason += ratio < kMinLengthRatio ? ": some of the sweep is missing from the picture"
+                                        : ": pieces of the sweep are laid more than once";
   } else if (!c.empty() && v.medianCorrelation < kMinMedianCorrelation) {
     v.reason = format("the key frames do not agree where they overlap (median correlation %.2f)",
                       v.medianCorrelation);

@@ -63,7 +63,7 @@ inline constexpr double kMinMedianCorrelation = 0.5;
 inline constexpr double kDisagreeCorrelation = 0.3;
 inline constexpr double kMaxDisagreeing = 0.25;
 inline constexpr double kMaxAcrossOverAlong = 1.0;
-inline constexpr double kMinLengthRatio = 0.67, kMaxLengthRatio = 2.0;  // placed over travelled
+inline constexpr double kMinLengthRatio = 0.75, kMaxLengthRatio = 2.0;  // placed over travelled
 // A tenth of the frame's side along the sweep: key frames spanning less are no panorama, and a
 // camera travelling less is not judged for direction and length (too little motion to tell).
 inline constexpr double kMinSpan = 0.1;

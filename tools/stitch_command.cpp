@@ -62,9 +62,11 @@ int runStitch(StitchArgs& a) {
   if (r.captures.size() > 1) {
     std::printf(
         "%zu captures (the engine kept refusing the sweep; each new capture starts "
-        "where the one before last took a key frame; %zu frames fed in all), the "
-        "longest%s is the result:\n",
-        r.captures.size(), r.frames.size(), gate.judged ? " the quality gate passed" : "");
+        "where the one before last took a key frame; %zu frames fed in all), %s:\n",
+        r.captures.size(), r.frames.size(),
+        !gate.judged  ? "the longest is the result"
+        : gate.passed ? "the longest the quality gate passed is the result"
+                      : "the quality gate refused them all, the longest is kept as refused");
     for (size_t i = 0; i < r.captures.size(); ++i) {
       const CaptureRecord& c = r.captures[i];
       std::string pano = "no panorama";
