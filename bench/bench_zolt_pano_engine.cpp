@@ -116,6 +116,18 @@ BENCHMARK(BM_WholeSweep)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealT
 
 void dropLine(int, const char*, const char*, void*) {}
 
+// One frame per iteration, the engine restarted untimed at the sweep's end.
+void feedFrames(benchmark::State& state, Engine& engine) {
+  for (auto _ : state) {
+    if (engine.atEnd()) {
+      state.PauseTiming();
+      engine.restart();
+      state.ResumeTiming();
+    }
+    engine.feedOne();
+  }
+}
+
 // What the log costs a frame (SelectFrames + AddImage, about 34 lines): 0 the platform log as it
 // is by default (on the host liblog writes to stderr: run with 2>/dev/null), 1 every line
 // formatted and handed to a sink that drops it, 2 the log silent (lines dropped unformatted).
@@ -127,14 +139,7 @@ void BM_FrameLog(benchmark::State& state) {
   if (mode == 2) ZOLT_PANO_SetLogLevel(ZOLT_PANO_LOG_SILENT);
   {
     Engine engine(sweep());
-    for (auto _ : state) {
-      if (engine.atEnd()) {
-        state.PauseTiming();
-        engine.restart();
-        state.ResumeTiming();
-      }
-      engine.feedOne();
-    }
+    feedFrames(state, engine);
   }
   ZOLT_PANO_SetLogSink(nullptr, nullptr);
   ZOLT_PANO_SetLogLevel(ZOLT_PANO_LOG_VERBOSE);
@@ -154,14 +159,7 @@ void BM_FrameOptions(benchmark::State& state) {
   ZOLT_PANO_SetLogLevel(ZOLT_PANO_LOG_SILENT);
   {
     Engine engine(sweep(), options);
-    for (auto _ : state) {
-      if (engine.atEnd()) {
-        state.PauseTiming();
-        engine.restart();
-        state.ResumeTiming();
-      }
-      engine.feedOne();
-    }
+    feedFrames(state, engine);
   }
   ZOLT_PANO_SetLogLevel(ZOLT_PANO_LOG_VERBOSE);
 }
