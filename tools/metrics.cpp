@@ -197,7 +197,7 @@ void ChainedTravel::add(int index, const cv::Mat& luma) {
     position_.x -= step(0, cv::Rect((luma.cols - bandW) / 2, (luma.rows - longH) / 2, bandW, longH)).x;
     position_.y -= step(1, cv::Rect((luma.cols - longW) / 2, (luma.rows - bandH) / 2, longW, bandH)).y;
   }
-  previousLuma_ = luma.clone();
+  if (region_ == Region::kCentreLines) previousLuma_ = luma.clone();  // for the refinement only
   positions_[index] = position_;
 }
 
