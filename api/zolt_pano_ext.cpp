@@ -73,6 +73,30 @@ void gatherVU(const uint8_t* u, const uint8_t* v, int rowStride, uint8_t* vu, in
   }
 }
 
+// Each option takes 0 (the default behaviour) or a value from low to high, only before the
+// first frame: the tracker and the merger read their settings from the first frame on.
+struct OptionRule {
+  int option;
+  int low, high;
+  const char* values;  // the accepted values, as the refusal names them
+  void (*apply)(OrreryEngine& engine, int value);
+};
+
+constexpr OptionRule kOptions[] = {
+    {ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT, 1, 1, "0 or 1",
+     [](OrreryEngine& e, int v) { e.setSubPixelPlacement(v != 0); }},
+    {ZOLT_PANO_OPTION_EXPOSURE_COMPENSATION, 1, 1, "0 or 1",
+     [](OrreryEngine& e, int v) { e.merger->exposureCompensation = v != 0; }},
+    {ZOLT_PANO_OPTION_CAMERA_HFOV, 1000, 17000, "0 or 1000 to 17000 (hundredths of a degree)",
+     [](OrreryEngine& e, int v) { e.setCameraFieldOfView(v / 100.0); }},
+};
+
+const OptionRule* findOption(int option) {
+  for (const OptionRule& r : kOptions)
+    if (r.option == option) return &r;
+  return nullptr;
+}
+
 }  // namespace
 
 extern "C" {
@@ -212,20 +236,17 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_PackNV21(const unsigned char* y, int yRowStride,
 ZOLT_PANO_EXPORT int ZOLT_PANO_SetOption(void* handle, int option, int value) {
   OrreryEngine* engine = zolt::api::liveEngine(handle, "ZOLT_PANO_SetOption");
   if (engine == nullptr) return ZOLT_PANO_ERR_NOT_ENGINE;
-  // Every option is a switch (0 or 1), taken only before the first frame: the tracker and the
-  // merger read their flags from the first frame on.
-  const bool known = option == ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT ||
-                     option == ZOLT_PANO_OPTION_EXPOSURE_COMPENSATION;
-  if (!known) {
+  const OptionRule* rule = findOption(option);
+  if (rule == nullptr) {
     zolt::api::refuse(engine, ZOLT_PANO_ERR_BAD_OPTION,
                       "ZOLT_PANO_SetOption :: unknown option %d (value %d) : call ignored",
                       option, value);
     return ZOLT_PANO_ERR_BAD_OPTION;
   }
-  if (value != 0 && value != 1) {
+  if (value != 0 && (value < rule->low || value > rule->high)) {
     zolt::api::refuse(engine, ZOLT_PANO_ERR_BAD_OPTION,
-                      "ZOLT_PANO_SetOption :: option %d takes 0 or 1, not %d : call ignored",
-                      option, value);
+                      "ZOLT_PANO_SetOption :: option %d takes %s, not %d : call ignored", option,
+                      rule->values, value);
     return ZOLT_PANO_ERR_BAD_OPTION;
   }
   if (engine->frameCount > 0) {
@@ -234,11 +255,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_SetOption(void* handle, int option, int value) {
                       option);
     return ZOLT_PANO_ERR_BAD_OPTION;
   }
-  if (option == ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT) {
-    engine->setSubPixelPlacement(value != 0);
-  } else {
-    engine->merger->exposureCompensation = value != 0;
-  }
+  rule->apply(*engine, value);
   return 0;
 }
 

@@ -212,10 +212,17 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_PackNV21(const unsigned char* y, int yRowStride,
  *   ZOLT_PANO_OPTION_EXPOSURE_COMPENSATION   0 off (default), 1: each key frame's brightness is
  *       matched to the canvas where they overlap, by a gain smoothed along the sweep, so that
  *       auto exposure leaves no steps between key frames.
+ *   ZOLT_PANO_OPTION_CAMERA_HFOV             the camera's horizontal field of view, across the
+ *       width of the frames as handed to the engine, in hundredths of a degree. 0 (default): the
+ *       engine's fixed camera, 62.2 x 39.8 degrees whatever the frame's aspect. 1000 to 17000
+ *       (10 to 170 degrees): the tracker's camera matrix for the gyroscope's prediction becomes
+ *       fx = fy = (400 / 2) / tan(hfov / 2) pixels of its 400-wide image (square pixels, a real
+ *       lens), the principal point unchanged.
  * Returns 0, or ZOLT_PANO_ERR_NOT_ENGINE or _BAD_OPTION (an unknown option, a value out of the
  * option's range, or a call after the first frame); a refused call leaves the engine as it was. */
 #define ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT 1
 #define ZOLT_PANO_OPTION_EXPOSURE_COMPENSATION 2
+#define ZOLT_PANO_OPTION_CAMERA_HFOV 3
 ZOLT_PANO_EXPORT int ZOLT_PANO_SetOption(void* handle, int option, int value);
 
 #ifdef __cplusplus

@@ -45,6 +45,8 @@ void OrreryEngine::setSubPixelPlacement(bool on) {
   merger->roundOffsets = on;
 }
 
+void OrreryEngine::setCameraFieldOfView(double hfovDeg) { tracker->setFieldOfView(hfovDeg); }
+
 int OrreryEngine::provideIMU(float* angles, float* rotation) {
   int r = ZLOGI("NDK IMU LOGOUT : %f\t%f\t%f\n", angles[0], angles[1], angles[2]);
   for (int i = 0; i < 3; ++i) imuAngles[i] = angles[i];

@@ -45,6 +45,9 @@ class ZOLT_PANO_EXPORT OrreryEngine {
   // ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT: the tracker keeps the fraction of each key frame's pose
   // and the merger lays it on the nearest pixel.
   void setSubPixelPlacement(bool on);
+  // ZOLT_PANO_OPTION_CAMERA_HFOV: the tracker's camera for the gyroscope's prediction, degrees
+  // across the frame's width; 0: the fixed camera.
+  void setCameraFieldOfView(double hfovDeg);
   int provideIMU(float* angles, float* rotation);
   int provideNV21Image_SelectFrame(__tag_ZOLT_OFFSCREEN* frame, tsPOINT* offset, long* isKeyFrame,
                                    int* direction, int* sweepLength);

@@ -7,6 +7,7 @@
 #include <android/log.h>
 
 #include <array>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -18,12 +19,14 @@
 #include <thread>
 #include <vector>
 
+#include "engine/orrery_engine.h"
 #include "platform/log.h"
 #include "sim/sweep_simulator.h"
 #include "support/engine_sweep.h"
 #include "support/log_capture.h"
 #include "support/nv21_buffer.h"
 #include "support/textures.h"
+#include "tracker/module_track.h"
 #include "zolt_host_sensor.h"
 #include "zolt_pano_ext.h"
 
@@ -144,7 +147,7 @@ TEST(ZoltPanoExt, LastErrorIsKeptUntilReadAndOptionsAreRefused) {
   void* h = nullptr;
   ASSERT_EQ(ZOLT_PANO_Initial(&p, &h), SUCCESS);
   EXPECT_EQ(takeError(h), 0);
-  for (int option : {0, 3, -5, 1 << 20}) {
+  for (int option : {0, 4, -5, 1 << 20}) {
     EXPECT_EQ(ZOLT_PANO_SetOption(h, option, 1), ZOLT_PANO_ERR_BAD_OPTION);
     std::string message;
     EXPECT_EQ(takeError(h, &message), ZOLT_PANO_ERR_BAD_OPTION);
@@ -177,6 +180,49 @@ TEST(ZoltPanoExt, LastErrorIsKeptUntilReadAndOptionsAreRefused) {
   std::thread([&] { other = takeError(nullptr); }).join();
   EXPECT_EQ(other, 0);
   EXPECT_EQ(takeError(nullptr), ZOLT_PANO_ERR_NOT_ENGINE);
+}
+
+// The camera's field of view in hundredths of a degree: 0 or 10 to 170 degrees, before the
+// first frame. A refused value leaves the tracker's camera as it was, and the switches keep
+// their own range; 0 is the fixed camera, 69.8 degrees a square-pixel one.
+TEST(ZoltPanoExt, CameraFieldOfViewTakesItsRangeBeforeTheFirstFrame) {
+  zolt::test::LogCapture quiet;
+  Engine engine;
+  void* h = engine.handle();
+  const ModuleTrack& t = *static_cast<OrreryEngine*>(h)->tracker;
+  const double fx = t.fx, fy = t.fy;
+  const std::string fov =
+      "ZOLT_PANO_SetOption :: option 3 takes 0 or 1000 to 17000 (hundredths of a degree), not ";
+  const struct {
+    int option, value;
+    std::string message;
+  } refused[] = {{ZOLT_PANO_OPTION_CAMERA_HFOV, 999, fov + "999 : call ignored"},
+                 {ZOLT_PANO_OPTION_CAMERA_HFOV, 17001, fov + "17001 : call ignored"},
+                 {ZOLT_PANO_OPTION_CAMERA_HFOV, -1, fov + "-1 : call ignored"},
+                 {ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT, 6980,
+                  "ZOLT_PANO_SetOption :: option 1 takes 0 or 1, not 6980 : call ignored"},
+                 {ZOLT_PANO_OPTION_EXPOSURE_COMPENSATION, 1000,
+                  "ZOLT_PANO_SetOption :: option 2 takes 0 or 1, not 1000 : call ignored"}};
+  for (const auto& r : refused) {
+    EXPECT_EQ(ZOLT_PANO_SetOption(h, r.option, r.value), ZOLT_PANO_ERR_BAD_OPTION);
+    std::string message;
+    EXPECT_EQ(takeError(h, &message), ZOLT_PANO_ERR_BAD_OPTION);
+    EXPECT_EQ(message, r.message);
+    EXPECT_TRUE(t.fx == fx && t.fy == fy && t.hfovDeg == ModuleTrack::kHfovDeg) << r.value;
+  }
+  const double f = 200.0 / std::tan(69.8 * CV_PI / 360.0);
+  for (int value : {6980, 0, 6980}) {
+    ASSERT_EQ(ZOLT_PANO_SetOption(h, ZOLT_PANO_OPTION_CAMERA_HFOV, value), 0);
+    EXPECT_EQ(takeError(h), 0);
+    EXPECT_NEAR(t.fx, value == 0 ? fx : f, 1e-9);
+    EXPECT_NEAR(t.fy, value == 0 ? fy : f, 1e-9);
+  }
+  engine.select(Bytes(1280 * 720 * 3 / 2, 100).data());
+  EXPECT_EQ(ZOLT_PANO_SetOption(h, ZOLT_PANO_OPTION_CAMERA_HFOV, 0), ZOLT_PANO_ERR_BAD_OPTION);
+  std::string message;
+  EXPECT_EQ(takeError(h, &message), ZOLT_PANO_ERR_BAD_OPTION);
+  EXPECT_EQ(message, "ZOLT_PANO_SetOption :: option 3 set after the first frame : call ignored");
+  EXPECT_NEAR(t.fx, f, 1e-9);
 }
 
 // One steady sweep, stitched twice: from packed NV21, and from Camera2 frames with padded

@@ -3,6 +3,7 @@
 #include "tracker/module_track.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <exception>
 #include <iterator>
@@ -38,10 +39,7 @@ ModuleTrack::ModuleTrack(int width, int height)
   frameHeight = height;
   cx = smallWidth * 0.5;
   cy = smallHeight * 0.5;
-  hfovDeg = kHfovDeg;
-  vfovDeg = kVfovDeg;
-  fx = width * 0.8288594721265301 * scale;
-  fy = height * 1.3812347516498487 * scale;
+  setFieldOfView(0.0);
   rowRange = cv::Range(0, static_cast<int>(smallHeight));
   colRange = cv::Range(0, static_cast<int>(smallWidth));
   traceTooQuickOn = 1;
@@ -116,8 +114,6 @@ ModuleTrack::ModuleTrack(int width, int height)
         39.8, 1.085594794740473, 0.6946410422937431);
   const int smallW = static_cast<int>(smallWidth), smallH = static_cast<int>(smallHeight);
   feat = std::make_shared<FeatFastShiTomasi>(smallH, smallW);
-  camK = (cv::Mat_<double>(3, 3) << fx, 0.0, cx, 0.0, fy, cy, 0.0, 0.0, 1.0);
-  cv::invert(camK, camKInv, cv::DECOMP_LU);
   preImg.create(smallH, smallW, CV_8UC1);
   curImg.create(smallH, smallW, CV_8UC1);
   preImgHighRes.create(height, width, CV_8UC1);
@@ -140,6 +136,27 @@ ModuleTrack::ModuleTrack(int width, int height)
   pixelAlign.searchUsingHstrip(preImgHighRes, preImgHighRes,
                                {width / 2, height / 2, 0, 0, roundedWidth60, trackParam8B,
                                 trackParam8C, trackParam16});
+}
+
+void ModuleTrack::setFieldOfView(double hfov) {
+  if (hfov == 0.0) {
+    // The fixed camera: 62.2 degrees across the width and 39.8 across the height, whatever the
+    // frame's aspect, so its pixels are not square (fy is 6 % below fx on a 16:9 frame, 25 %
+    // above it on a 4:3 one).
+    hfovDeg = kHfovDeg;
+    vfovDeg = kVfovDeg;
+    fx = frameWidth * 0.8288594721265301 * scale;
+    fy = frameHeight * 1.3812347516498487 * scale;
+  } else {
+    const double halfTan = std::tan(hfov * (CV_PI / 360.0));
+    hfovDeg = hfov;
+    vfovDeg = 2.0 * std::atan(halfTan * smallHeight / smallWidth) * (180.0 / CV_PI);
+    fx = fy = smallWidth * 0.5 / halfTan;  // square pixels
+  }
+  // Written into the matrices the constructor's call allocated: later calls allocate nothing.
+  const cv::Matx33d k(fx, 0.0, cx, 0.0, fy, cy, 0.0, 0.0, 1.0);
+  cv::Mat(k, false).copyTo(camK);
+  cv::invert(camK, camKInv, cv::DECOMP_LU);
 }
 
 void ModuleTrack::trace_too_quick_params(tag_ZOLT_PANO_INNER_PARAM* param) {

@@ -28,11 +28,12 @@ class ZOLT_PANO_EXPORT ModuleTrack {
   double smallHeight;
   double cx;  // principal point, low resolution
   double cy;
-  // The field of view assumed for every camera, degrees across the frame's long and short side.
+  // The fixed camera's field of view, degrees across the frame's long and short side; the
+  // tracker's unless setFieldOfView says otherwise.
   static constexpr double kHfovDeg = 62.2;
   static constexpr double kVfovDeg = 39.8;
-  double hfovDeg;
-  double vfovDeg;
+  double hfovDeg;  // across the width, degrees
+  double vfovDeg;  // across the height
   double fx;  // focal lengths, low-resolution pixels
   double fy;
   cv::Range rowRange;  // tracked points are kept with start <= y <= end
@@ -128,6 +129,11 @@ class ZOLT_PANO_EXPORT ModuleTrack {
   ModuleTrack& operator=(const ModuleTrack&) = delete;
 
   void trace_too_quick_params(tag_ZOLT_PANO_INNER_PARAM* param);
+  // ZOLT_PANO_OPTION_CAMERA_HFOV: the camera matrix of the gyroscope's prediction for a lens of
+  // hfov degrees across the frame's width (above 0, below 180), square pixels, principal point
+  // kept. 0: the fixed camera, as constructed. After construction it allocates nothing and
+  // cannot throw.
+  void setFieldOfView(double hfov);
 
   // One preview frame. eulerAngles (3) and rotMat (9, row-major) are this frame's gyroscope
   // attitude, only read.
