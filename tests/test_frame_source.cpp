@@ -4,6 +4,7 @@
 // in another exception, a crash or gigabytes of frame. Rows come from what the fuzz targets
 // found.
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -98,4 +99,52 @@ TEST(FrameSource, ImagesWithLyingHeadersOrAbsurdShapesAreInputErrors) {
   cv::imwrite(thin + "/a.png", cv::Mat(4000, 2, CV_8UC3, cv::Scalar(90, 120, 200)));
   const std::string message = readAll(thin);
   EXPECT_NE(message.find("more than 8192 pixels long"), std::string::npos) << message;
+}
+
+// A recording: its frames (here frames/, small, scaled up) timed by frames.csv on the
+// gyroscope's clock, told from the first frame; the luma-only reading of measuring tools; and
+// every fault of frames.csv in one line that names it.
+TEST(FrameSource, RecordingTakesItsFrameTimesFromFramesCsv) {
+  auto recording = [](const std::string& name, const std::string& csv) {
+    const std::string dir = freshDir(name);
+    std::filesystem::create_directories(dir + "/frames");
+    for (int i = 0; i < 3; ++i)
+      cv::imwrite(dir + "/frames/f" + std::to_string(i) + ".png",
+                  cv::Mat(480, 640, CV_8UC3, cv::Scalar(40 + 50 * i, 40 + 50 * i, 40 + 50 * i)));
+    write(dir + "/frames.csv", csv);
+    return dir;
+  };
+  const std::string dir =
+      recording("recording", "frame,t_ns\n0,5000000000\n1,5033000000\n2,5070500000\n");
+  SourceOptions opt;
+  opt.upscale = true;
+  opt.lumaOnly = true;
+  auto s = FrameSource::open(dir, opt);
+  EXPECT_EQ(s->kind(), "recording");
+  EXPECT_EQ(s->clockOriginNs(), 5000000000);
+  std::vector<double> times;
+  for (std::vector<uint8_t> f; s->next(f);) {
+    times.push_back(s->timeMs());
+    const size_t y = static_cast<size_t>(s->width()) * s->height();
+    ASSERT_EQ(f.size(), y * 3 / 2);
+    EXPECT_EQ(f[y / 2], 40 + 50 * (times.size() - 1));  // grey decoded straight into Y
+    EXPECT_EQ(f[y + 7], 128);                            // neutral colour
+  }
+  EXPECT_EQ(times, (std::vector<double>{0.0, 33.0, 70.5}));
+
+  const struct {
+    const char* csv;
+    const char* says;
+  } bad[] = {
+      {"t_ns,frame\n0,1\n", "must start with the header frame,t_ns"},
+      {"frame,t_ns\n0,1\n2,3\n", "line 3: frame 2 where 1 comes next"},
+      {"frame,t_ns\n0,10\n1,10\n", "line 3: the time does not increase"},
+      {"frame,t_ns\n0,x\n", "line 2: expected FRAME,T_NS"},
+      {"frame,t_ns\n0,10\n1,20\n", "frame 2 has no time in frames.csv (2 lines)"},
+  };
+  for (const auto& b : bad) {
+    SCOPED_TRACE(b.csv);
+    const std::string message = readAll(recording("bad_recording", b.csv));
+    EXPECT_NE(message.find(b.says), std::string::npos) << message;
+  }
 }

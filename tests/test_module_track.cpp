@@ -196,9 +196,9 @@ TEST(ModuleTrackVision, TranslationRansacKeepsTheMajorityMotion) {
     cur.push_back(pre.back() + (i % 6 == 5 ? cv::Point2f(30, -20) : cv::Point2f(12 + noise(rng), noise(rng))));
   }
   std::vector<uint8_t> mask;
-  zolt::setRansacSeedForTesting(true, 5);
+  zolt::setRansacSeed(true, 5);
   RansacDxdy(pre, cur, mask);
-  zolt::setRansacSeedForTesting(false, 0);
+  zolt::setRansacSeed(false, 0);
   ASSERT_EQ(pre.size(), 50u);
   ASSERT_EQ(cur.size(), 50u);
   for (size_t i = 0; i < pre.size(); ++i) EXPECT_LT(std::fabs(cur[i].x - pre[i].x - 12.f), 2.01f);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 
@@ -153,7 +154,7 @@ class ImageFolderSource : public FrameSource {
     expected_ = std::max(0, static_cast<int>(files_.size()) - opt.first);
     if (opt.count > 0) expected_ = std::min(expected_, opt.count);
     const size_t probe = std::min(files_.size() - 1, static_cast<size_t>(opt.first));
-    cv::Mat img = load(files_[probe]);
+    cv::Mat img = load(files_[probe], cv::IMREAD_COLOR);
     setNativeSize(img.cols, img.rows);
   }
 
@@ -162,7 +163,7 @@ class ImageFolderSource : public FrameSource {
     if (index >= static_cast<int>(files_.size())) return false;
     if (index < opt_.first) return true;  // skipped unread
     timeMs_ = index * 1000.0 / fps_;
-    cv::Mat bgr = load(files_[index]);
+    cv::Mat bgr = load(files_[index], opt_.lumaOnly ? cv::IMREAD_GRAYSCALE : cv::IMREAD_COLOR);
     if (bgr.cols != nativeW_ || bgr.rows != nativeH_)
       throw InputError("'" + files_[index] + "' is " + sizeText(bgr.cols, bgr.rows) +
                        ", the first image was " + sizeText(nativeW_, nativeH_) +
@@ -172,10 +173,10 @@ class ImageFolderSource : public FrameSource {
   }
 
  private:
-  static cv::Mat load(const std::string& file) {
+  static cv::Mat load(const std::string& file, int flags) {
     cv::Mat img;
     try {
-      img = cv::imread(file, cv::IMREAD_COLOR);
+      img = cv::imread(file, flags);
     } catch (const cv::Exception&) {
       // A decoder refuses what its header claims (a side beyond OpenCV's limits, say) by
       // throwing; for the user it is one more image that cannot be read.
@@ -228,9 +229,16 @@ void FrameSource::deliverBgr(const cv::Mat& bgr, std::vector<uint8_t>& nv21) con
     sized = bgr(cv::Rect(0, 0, width_, height_));
   else
     cv::resize(bgr, sized, cv::Size(width_, height_), 0, 0, cv::INTER_CUBIC);
+  const size_t ySize = static_cast<size_t>(width_) * height_;
+  if (sized.channels() == 1) {
+    nv21.resize(ySize * 3 / 2);
+    cv::Mat y(height_, width_, CV_8UC1, nv21.data());
+    sized.copyTo(y);
+    std::fill(nv21.begin() + static_cast<long>(ySize), nv21.end(), uint8_t{128});
+    return;
+  }
   NV21Img img;
   img.nvCvt2NV21(sized.isContinuous() ? sized : sized.clone());
-  const size_t ySize = static_cast<size_t>(width_) * height_;
   nv21.resize(ySize * 3 / 2);
   std::copy(img.yPlane, img.yPlane + ySize, nv21.begin());
   std::copy(img.vuPlane, img.vuPlane + ySize / 2, nv21.begin() + static_cast<long>(ySize));
@@ -244,10 +252,62 @@ bool FrameSource::next(std::vector<uint8_t>& nv21) {
     ++next_;
   }
   if (!readFrame(next_, nv21)) return false;
+  if (!recordedNs_.empty()) {
+    if (next_ >= static_cast<int>(recordedNs_.size()))
+      throw InputError("frame " + std::to_string(next_) + " has no time in frames.csv (" +
+                       std::to_string(recordedNs_.size()) + " lines)");
+    timeMs_ = static_cast<double>(recordedNs_[static_cast<size_t>(next_)] - clockOriginNs_) * 1e-6;
+  }
   ++next_;
   ++delivered_;
   return true;
 }
+
+std::vector<int64_t> readFrameTimes(const std::string& path) {
+  std::ifstream in(path);
+  if (!in) throw InputError("cannot read '" + path + "'");
+  std::string line;
+  if (!std::getline(in, line) || line.rfind("frame,t_ns", 0) != 0)
+    throw InputError("'" + path + "' must start with the header frame,t_ns");
+  std::vector<int64_t> times;
+  for (int n = 2; std::getline(in, line); ++n) {
+    if (line.empty() || line == "\r") continue;
+    long long frame = -1, t = 0;
+    char tail = 0;
+    const std::string where = "'" + path + "' line " + std::to_string(n);
+    if (std::sscanf(line.c_str(), "%lld,%lld%c", &frame, &t, &tail) < 2 || (tail && tail != '\r'))
+      throw InputError(where + ": expected FRAME,T_NS");
+    if (frame != static_cast<long long>(times.size()))
+      throw InputError(where + ": frame " + std::to_string(frame) + " where " +
+                       std::to_string(times.size()) + " comes next");
+    if (!times.empty() && t <= times.back())
+      throw InputError(where + ": the time does not increase");
+    times.push_back(t);
+  }
+  if (times.empty()) throw InputError("'" + path + "' holds no frame");
+  return times;
+}
+
+namespace {
+
+// A recording's frames: the folder frames/, or else the one video file beside frames.csv.
+std::string recordingFrames(const fs::path& dir) {
+  if (fs::is_directory(dir / "frames")) return (dir / "frames").string();
+  std::vector<std::string> videos;
+  std::error_code ec;
+  for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec)) {
+    const std::string name = it->path().filename().string();
+    if (it->is_regular_file() && it->path().extension() != ".csv" && name[0] != '.' &&
+        it->path().extension() != ".json" && it->path().extension() != ".txt")
+      videos.push_back(it->path().string());
+  }
+  if (videos.size() != 1)
+    throw InputError("recording '" + dir.string() + "' needs its frames as frames/ or one video " +
+                     "file (" + std::to_string(videos.size()) + " candidates)");
+  return videos.front();
+}
+
+}  // namespace
 
 std::unique_ptr<FrameSource> FrameSource::open(const std::string& path, const SourceOptions& opt) {
   std::error_code ec;
@@ -256,6 +316,14 @@ std::unique_ptr<FrameSource> FrameSource::open(const std::string& path, const So
   if (fs::is_directory(st)) {
     if (fs::exists(fs::path(path) / "meta.json") || fs::exists(fs::path(path) / "frames.nv21"))
       return std::make_unique<SweepSource>(path, opt);
+    if (fs::exists(fs::path(path) / "frames.csv")) {
+      std::vector<int64_t> times = readFrameTimes((fs::path(path) / "frames.csv").string());
+      std::unique_ptr<FrameSource> src = open(recordingFrames(path), opt);
+      src->kind_ = "recording";
+      src->clockOriginNs_ = times.front();
+      src->recordedNs_ = std::move(times);
+      return src;
+    }
     return std::make_unique<ImageFolderSource>(path, opt);
   }
   std::ifstream probe(path, std::ios::binary);

@@ -11,9 +11,7 @@
 
 namespace zolt::tools {
 
-namespace {
-
-std::vector<sim::GyroEvent> readEvents(const std::string& path) {
+std::vector<sim::GyroEvent> readGyroEvents(const std::string& path) {
   std::vector<sim::GyroEvent> events;
   try {
     events = sim::SweepReader::readGyroCsv(path);
@@ -24,10 +22,10 @@ std::vector<sim::GyroEvent> readEvents(const std::string& path) {
   return events;
 }
 
-}  // namespace
-
-GyroFeed::GyroFeed(const std::string& path, double offsetMs)
-    : GyroFeed(readEvents(path), offsetMs) {}
+GyroFeed::GyroFeed(const std::string& path, double offsetMs, int64_t originNs)
+    : GyroFeed(readGyroEvents(path), offsetMs) {
+  originNs_ = originNs;
+}
 
 GyroFeed::GyroFeed(std::vector<sim::GyroEvent> events, double offsetMs)
     : events_(std::move(events)), offsetMs_(offsetMs) {
@@ -39,7 +37,7 @@ GyroFeed::GyroFeed(std::vector<sim::GyroEvent> events, double offsetMs)
 GyroFeed::~GyroFeed() { zolt_host_sensor_set_gyroscope(0); }
 
 int64_t GyroFeed::stampFor(double frameMs) const {
-  return std::llround((frameMs + offsetMs_) * 1e6);
+  return originNs_ + std::llround((frameMs + offsetMs_) * 1e6);
 }
 
 void GyroFeed::append(const std::vector<sim::GyroEvent>& events) {

@@ -12,12 +12,16 @@
 
 namespace zolt::tools {
 
+// A gyro.csv's events (t_ns,wx,wy,wz); throws InputError when it cannot be read or holds none.
+std::vector<sim::GyroEvent> readGyroEvents(const std::string& path);
+
 class GyroFeed {
  public:
   // Reads the file (throws InputError when it cannot be read or holds no events) and gives the
   // host a gyroscope from the next ZOLT_PANO_Initial on. offsetMs: how late the gyroscope's clock
-  // runs against the frames' (its event for frame time t is stamped t + offsetMs).
-  GyroFeed(const std::string& path, double offsetMs);
+  // runs against the frames' (its event for frame time t is stamped t + offsetMs). originNs: the
+  // gyroscope's time of frame time 0 (a recording's first frame; FrameSource::clockOriginNs).
+  GyroFeed(const std::string& path, double offsetMs, int64_t originNs = 0);
   // The same from events in memory (a simulated sweep's); they need not be in time order.
   GyroFeed(std::vector<sim::GyroEvent> events, double offsetMs);
   // Back to a host without a gyroscope.
@@ -42,6 +46,7 @@ class GyroFeed {
 
   std::vector<sim::GyroEvent> events_;  // in time order
   double offsetMs_;
+  int64_t originNs_ = 0;
   size_t next_ = 0;    // first event not pushed yet
   size_t pushed_ = 0;  // events pushed in all, repeats included
 };

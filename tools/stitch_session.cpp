@@ -45,7 +45,8 @@ class StitchRun {
         progress_(opt.progressBar, opt.hints, source.expectedFrames()),
         replayBuffer_(static_cast<size_t>(source.width()) * source.height() * 3 / 2) {
     // Before the first Initial: the host has a gyroscope from then on.
-    if (!opt.gyroPath.empty()) gyro_ = std::make_unique<GyroFeed>(opt.gyroPath, opt.gyroOffsetMs);
+    if (!opt.gyroPath.empty())
+      gyro_ = std::make_unique<GyroFeed>(opt.gyroPath, opt.gyroOffsetMs, source.clockOriginNs());
     session_.options = opt.engineOptions;
     session_.gyro = gyro_.get();
     session_.canvas = cv::Size(opt.canvasWidth, opt.canvasHeight);

@@ -193,17 +193,7 @@ void ModuleTrack::visionFailedWithoutGyro() {
   ZLOGE("ComputeOffXY_Vision: Error code updated to ERR_TRACE_NO_FEATURE :  %X", errCode);
 }
 
-bool ModuleTrack::tracking(NV21Img& img, double* eulerAngles, double* rotMat) {
-  frameIdx += 1;
-  errCode = SUCCESS;
-  curPyrValid = false;
-  ZLOGI(" --------------------------------------- \n \t\t\t\t [Tracking] : %d \n \t\t \t\t "
-        "------------------------------------ ",
-        frameIdx);
-  // The preview's luma plane, rows frameWidth bytes apart; not copied.
-  const cv::Mat frame(frameHeight, frameWidth, CV_8UC1, img.yPlane);
-  ZLOGW("[Tracking] : Input Height = %d & Width = %d ", frameHeight, frameWidth);
-
+void ModuleTrack::downscaleToCurrent(const cv::Mat& frame) {
   char soc[ZOLT_PROP_VALUE_MAX] = {0};
   __system_property_get("ro.board.platform", soc);
   ZLOGI("DeviceSoc = %s ", soc);
@@ -223,6 +213,20 @@ bool ModuleTrack::tracking(NV21Img& img, double* eulerAngles, double* rotMat) {
     ZLOGI("Default H/W ");
     cv::resize(frame, curImg, cv::Size(0, 0), scale, scale, cv::INTER_LINEAR);
   }
+}
+
+bool ModuleTrack::tracking(NV21Img& img, double* eulerAngles, double* rotMat) {
+  frameIdx += 1;
+  errCode = SUCCESS;
+  curPyrValid = false;
+  ZLOGI(" --------------------------------------- \n \t\t\t\t [Tracking] : %d \n \t\t \t\t "
+        "------------------------------------ ",
+        frameIdx);
+  // The preview's luma plane, rows frameWidth bytes apart; not copied.
+  const cv::Mat frame(frameHeight, frameWidth, CV_8UC1, img.yPlane);
+  ZLOGW("[Tracking] : Input Height = %d & Width = %d ", frameHeight, frameWidth);
+
+  downscaleToCurrent(frame);
   ZLOGI("[Tracking] : Resized Input  Height = %d & Width = %d ", curImg.rows, curImg.cols);
 
   bool result = false;

@@ -150,6 +150,15 @@ class ZOLT_PANO_EXPORT ModuleTrack {
   bool ComputeOffXY_Vision(NV21Img& img);
   bool PtsFilteringByRansac();
   void UpdateMeanXYByPts();
+  // For tools that compare vision with another measure of the motion (the gyroscope): the offset
+  // of `img` against the frame measured before it, by the vision path as it runs before the
+  // sweep's direction is fixed (the mean motion of the tracked corners, no strip search), low-
+  // resolution pixels; `points` gets the frame's positions of the corners vision kept (the mean
+  // of whose motion the offset is). The frame then becomes the reference, its corners detected
+  // afresh. False for the first frame and where vision failed (offsets untouched, no points).
+  // Not for a tracker that tracks a sweep: it leaves the driver's state alone.
+  bool measureVisionStep(NV21Img& img, double& offX, double& offY,
+                         std::vector<cv::Point2f>& points);
 
   // Gyroscope offset (module_track_imu.cpp). 0 without a gyroscope (offsets untouched), else 1
   // with the offset, low-resolution pixels, reference minus current position.
@@ -194,6 +203,8 @@ class ZOLT_PANO_EXPORT ModuleTrack {
   bool curPyrValid = false;
 
   void copyLumaToHighRes(NV21Img& img);
+  // The preview's luma scaled to the tracking size into curImg (the board's resize variant).
+  void downscaleToCurrent(const cv::Mat& frame);
   void makeCurrentTheReference();  // exchange preImg and curImg (and their pyramids)
   void visionFailedWithoutGyro();
   int checkSweep(bool horizontal);
@@ -208,7 +219,8 @@ void RansacDxdy(std::vector<cv::Point2f>& prePts, std::vector<cv::Point2f>& curP
 int calculate_quad(float x, float y);
 
 namespace zolt {
-// Tests only: seed the translation RANSAC with `seed` instead of the random device (and back
-// to the random device with has = false).
-void setRansacSeedForTesting(bool has, uint32_t seed);
+// Tests and measuring tools, never the engine's own capture: seed the translation RANSAC with
+// `seed` instead of the random device (and back to the random device with has = false), so that
+// a measurement repeats exactly.
+void setRansacSeed(bool has, uint32_t seed);
 }  // namespace zolt

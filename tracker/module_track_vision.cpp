@@ -39,7 +39,7 @@ void keepPairs(std::vector<cv::Point2f>& pre, std::vector<cv::Point2f>& cur, con
 }  // namespace
 
 namespace zolt {
-void setRansacSeedForTesting(bool has, uint32_t seed) {
+void setRansacSeed(bool has, uint32_t seed) {
   gHasTestSeed = has;
   gTestSeed = seed;
 }
@@ -195,6 +195,26 @@ bool ModuleTrack::ComputeOffXY_Vision(NV21Img& img) {
     meanOffY = fys * scale;
   }
   return true;
+}
+
+bool ModuleTrack::measureVisionStep(NV21Img& img, double& offX, double& offY,
+                                    std::vector<cv::Point2f>& points) {
+  curPyrValid = false;
+  downscaleToCurrent(cv::Mat(frameHeight, frameWidth, CV_8UC1, img.yPlane));
+  const bool measured = !bFirstFrame && ComputeOffXY_Vision(img);
+  points.clear();
+  if (measured) {
+    offX = meanOffX;
+    offY = meanOffY;
+    points.assign(curPts.begin(), curPts.end());
+  }
+  // The next frame is measured against this one, with corners of its own.
+  prePts.clear();
+  feat->updateGridCount(prePts, static_cast<MoveDirection>(moveDir));
+  feat->detectFeatFromBlock(curImg, prePts);
+  makeCurrentTheReference();
+  bFirstFrame = false;
+  return measured;
 }
 
 bool ModuleTrack::PtsFilteringByRansac() {

@@ -67,7 +67,7 @@ std::set<int> SweepRun::refusals() const {
 SweepRun runSweep(Engine& engine, sim::SweepSimulator& sim, const Repack& repack) {
   SweepRun run;
   std::vector<uint8_t> scratch(sim.frameBytes());
-  zolt::setRansacSeedForTesting(true, 17);
+  zolt::setRansacSeed(true, 17);
   sim.rewind();
   for (sim::SimFrame f; sim.next(f);) {
     const uint8_t* data = repack ? repack(f.nv21.data(), scratch.data()) : f.nv21.data();
@@ -76,7 +76,7 @@ SweepRun runSweep(Engine& engine, sim::SweepSimulator& sim, const Repack& repack
     if (r.key == 1) run.keys.push_back({f.index, r, f.truth});
     run.valid = r.valid;
   }
-  zolt::setRansacSeedForTesting(false, 0);
+  zolt::setRansacSeed(false, 0);
   return run;
 }
 
