@@ -196,7 +196,7 @@ int runEvaluate(EvaluateArgs& a) {
   const Evaluation e = evaluate(r, *reader, truthPng);
   const std::string jsonPath = a.json.empty() ? dir + "/evaluation.json" : a.json;
   std::ofstream out(jsonPath);
-  out << toJson(r, e, *reader, a, opt.gyroOffsetMs).dump(2) << "\n";
+  out << toJson(r, e, *reader, a, r.gyroClock.offsetMs).dump(2) << "\n";
   out.flush();
   if (!out) {
     printError("evaluate", "cannot write '" + jsonPath + "'");

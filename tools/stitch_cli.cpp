@@ -2,11 +2,15 @@
 
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <new>
 
 #include "api/zolt_pano_ext.h"
 #include "tools/command.h"
+#include "tools/gyro_alignment.h"
+#include "tools/gyro_feed.h"
 
 namespace zolt::tools {
 
@@ -31,8 +35,14 @@ void addStitchCliOptions(CLI::App* app, StitchCliArgs& a, const std::string& inp
   app->add_flag("--engine-log", a.engineLog, "show the engine's log lines on stderr");
   app->add_flag("--no-restart", a.noRestart,
                 "one capture only: never start a new one when the engine keeps refusing the sweep");
-  app->add_option("--gyro-offset-ms", a.gyroOffsetMs,
-                  "with a gyroscope: how late its clock runs against the frames' (ms)");
+  app->add_option("--gyro-offset-ms", a.gyroOffset,
+                  "with a gyroscope: how late its clock runs against the frames' (ms), or auto: "
+                  "estimated from the first second of the input (as zoltpano gyro-check does)")
+      ->capture_default_str();
+  app->add_option("--hfov", a.hfovDeg,
+                  "the camera's field of view across the frames' width, degrees (for the "
+                  "gyroscope's prediction; default: the engine's fixed 62.2 x 39.8 camera)")
+      ->check(CLI::Range(10.0, 170.0));
   app->add_option("--mode", a.mode,
                   "exact: the engine as zolt_pano.h specifies it; enhanced: sub-pixel placement, "
                   "exposure compensation and the quality gate")
@@ -72,8 +82,21 @@ int applyStitchCli(const StitchCliArgs& a, const std::string& command, const std
   opt.progressBar = !a.quiet && !a.noProgress && ::isatty(STDERR_FILENO);
   opt.engineLog = a.engineLog;
   opt.restart = !a.noRestart;
-  opt.gyroOffsetMs = a.gyroOffsetMs;
+  opt.gyroOffsetAuto = a.gyroOffset == "auto";
+  if (!opt.gyroOffsetAuto) {
+    char* end = nullptr;
+    opt.gyroOffsetMs = std::strtod(a.gyroOffset.c_str(), &end);
+    if (a.gyroOffset.empty() || *end != '\0' || !std::isfinite(opt.gyroOffsetMs) ||
+        std::fabs(opt.gyroOffsetMs) > 10000) {
+      printError(command, "--gyro-offset-ms takes milliseconds (at most 10000 either way) or "
+                          "auto, not '" + a.gyroOffset + "'");
+      return kExitUsage;
+    }
+  }
   applyStitchMode(a.mode, opt);
+  if (a.hfovDeg > 0)
+    opt.engineOptions.emplace_back(ZOLT_PANO_OPTION_CAMERA_HFOV,
+                                   static_cast<int>(std::lround(a.hfovDeg * 100)));
   src.first = a.first;
   src.count = a.count;
   src.fps = a.fps;
@@ -84,8 +107,29 @@ int applyStitchCli(const StitchCliArgs& a, const std::string& command, const std
 int runStitchReporting(const std::string& command, const std::string& input,
                        const SourceOptions& src, const StitchOptions& opt, StitchResult& r) {
   try {
+    StitchOptions run = opt;
+    StitchResult::GyroClock clock;
+    clock.offsetMs = opt.gyroOffsetMs;
+    if (opt.gyroOffsetAuto && !opt.gyroPath.empty()) {
+      // The same estimate as gyro-check's, over the input's first second.
+      SourceOptions luma = src;
+      luma.lumaOnly = true;
+      const int logLevel = ZOLT_PANO_GetLogLevel();
+      if (!opt.engineLog) ZOLT_PANO_SetLogLevel(ZOLT_PANO_LOG_SILENT);
+      const GyroAlignment a =
+          alignGyroOnFrames(*FrameSource::open(input, luma), readGyroEvents(opt.gyroPath), 1.0);
+      ZOLT_PANO_SetLogLevel(logLevel);
+      clock = {a.found ? a.timeOffsetMs : 0.0, true, a.found, a.pairs};
+      run.gyroOffsetMs = clock.offsetMs;
+    }
+    // stitch() starts r afresh; the clock is kept whether it ends well or not.
+    struct KeepClock {
+      StitchResult& r;
+      const StitchResult::GyroClock& clock;
+      ~KeepClock() { r.gyroClock = clock; }
+    } keep{r, clock};
     std::unique_ptr<FrameSource> source = FrameSource::open(input, src);
-    stitch(*source, opt, r);
+    stitch(*source, run, r);
   } catch (const InputError& e) {
     printError(command, e.what());
     return kExitFailure;

@@ -23,7 +23,8 @@ struct StitchCliArgs {
   bool noProgress = false;
   bool engineLog = false;
   bool noRestart = false;
-  double gyroOffsetMs = 0.0;
+  std::string gyroOffset = "0";  // milliseconds, or "auto"
+  double hfovDeg = 0.0;          // 0: the engine's fixed camera
   std::string mode = "enhanced";  // exact or enhanced (see applyStitchMode)
 };
 

@@ -43,9 +43,17 @@ int runStitch(StitchArgs& a) {
               skyStep(r.panorama, isHorizontal(r.direction)),
               r.frames.size() * 1000.0 / std::max(1e-3, r.selectMs + r.addMs));
   if (gate.judged) std::printf("quality gate: %s\n", describe(gate).c_str());
-  if (!opt.gyroPath.empty())
-    std::printf("gyroscope: %zu events from %s fed in step with the frames (clock %+.1f ms)\n",
-                r.gyroEvents, opt.gyroPath.c_str(), opt.gyroOffsetMs);
+  if (!opt.gyroPath.empty()) {
+    const StitchResult::GyroClock& c = r.gyroClock;
+    std::string clock;
+    if (c.estimated)
+      clock = c.found ? ", estimated over the first second from " + std::to_string(c.pairs) +
+                            " pairs of frames"
+                      : "; no estimate over the first second (" + std::to_string(c.pairs) +
+                            " pairs of frames measured), the clocks taken as given";
+    std::printf("gyroscope: %zu events from %s fed in step with the frames (clock %+.1f ms%s)\n",
+                r.gyroEvents, opt.gyroPath.c_str(), c.offsetMs, clock.c_str());
+  }
   if (a.travel) {
     const double placed = placedTravelPx(r), measured = measuredTravelPx(r),
                  centre = measuredTravelPx(r, true);

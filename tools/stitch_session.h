@@ -35,6 +35,9 @@ struct StitchOptions {
   bool restart = true;         // start a new capture when the engine keeps refusing the sweep
   std::string gyroPath;        // a gyro.csv to feed the host's gyroscope with; empty: none
   double gyroOffsetMs = 0.0;   // how late the gyroscope's clock runs against the frames'
+  // Instead of gyroOffsetMs: estimated from the input's first second (alignGyroOnFrames) before
+  // the stitching starts; StitchResult::gyroClock says what was found.
+  bool gyroOffsetAuto = false;
   bool measureTravel = false;  // measure the camera's travel from the frames (ChainedTravel)
   // ZOLT_PANO_SetOption pairs for every capture's engine; none: the engine's default behaviour.
   std::vector<std::pair<int, int>> engineOptions;
@@ -61,6 +64,13 @@ struct StitchResult {
   // after a restart appears once per capture).
   std::vector<CaptureRecord> captures;
   size_t gyroEvents = 0;  // gyroscope events fed to the engines, repeats after restarts included
+  // The gyroscope clock's offset the engines were fed with, and with gyroOffsetAuto how it was
+  // estimated (not found: the offset stayed 0).
+  struct GyroClock {
+    double offsetMs = 0;
+    bool estimated = false, found = false;
+    int pairs = 0;
+  } gyroClock;
   int chosenCapture = 0;
   // Stage times, ms of wall clock.
   double initMs = 0, selectMs = 0, addMs = 0, saveMs = 0, releaseMs = 0, readMs = 0;
