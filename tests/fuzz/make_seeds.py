@@ -135,6 +135,10 @@ def folder(options, files):
     return bytes([options]) + b"\n~~~\n".join(bytes([ext]) + data for ext, data in files)
 
 
+def recording(options, csv, files):
+    return bytes([options]) + csv + b"\n~~~\n" + folder(options, files)[1:]
+
+
 def image_folder():
     return {
         "png_upscaled": folder(1, [(0, png(8, 6)), (0, png(8, 6))]),
@@ -143,6 +147,11 @@ def image_folder():
         "pgm_small_refused": folder(0, [(3, pgm(5, 3))]),
         "not_images": folder(1, [(7, b"hello"), (0, b"\x89PNG broken")]),
         "skip_first": folder(0b111, [(2, ppm(3, 2, 3)), (2, ppm(3, 2, 5)), (2, ppm(3, 2, 7))]),
+        # Recordings (bit 6): frames.csv, then the images for frames/; bit 5 reads luma only.
+        "recording": recording(1 | 32 | 64, b"frame,t_ns\n0,1000\n1,34000\n",
+                               [(0, png(8, 6)), (0, png(8, 6))]),
+        "recording_short_csv": recording(1 | 64, b"frame,t_ns\n0,99999999999999\n",
+                                         [(2, ppm(4, 4)), (2, ppm(4, 4))]),
     }
 
 

@@ -12,13 +12,14 @@
 
 namespace zolt::fuzz {
 
-// `options`: bit 0 upscale, bits 1-2 frames skipped, bits 3-4 frames wanted. At most `limit`
-// frames are read.
+// `options`: bit 0 upscale, bits 1-2 frames skipped, bits 3-4 frames wanted, bit 5 luma only.
+// At most `limit` frames are read.
 inline void readFolder(const std::string& dir, uint8_t options, int limit) {
   zolt::tools::SourceOptions opt;
   opt.upscale = options & 1;
   opt.first = (options >> 1) & 3;
   opt.count = (options >> 3) & 3;
+  opt.lumaOnly = options & 32;
   try {
     auto source = zolt::tools::FrameSource::open(dir, opt);
     std::vector<uint8_t> nv21;
