@@ -152,4 +152,10 @@ std::vector<uint8_t> EngineSession::encodeJpeg(int* refusal) {
   return out;
 }
 
+EngineLog::EngineLog(bool show) : before_(ZOLT_PANO_GetLogLevel()) {
+  if (!show) ZOLT_PANO_SetLogLevel(ZOLT_PANO_LOG_SILENT);
+}
+
+EngineLog::~EngineLog() { ZOLT_PANO_SetLogLevel(before_); }
+
 }  // namespace zolt::tools

@@ -111,6 +111,18 @@ class EngineSession {
   double initMs_ = 0, releaseMs_ = 0;
 };
 
+// Silences the engine's log for the lifetime of a run unless it is to be shown.
+class EngineLog {
+ public:
+  explicit EngineLog(bool show);
+  ~EngineLog();
+  EngineLog(const EngineLog&) = delete;
+  EngineLog& operator=(const EngineLog&) = delete;
+
+ private:
+  int before_;
+};
+
 // "the engine refused ...": the engine's kept message for the handle (or the thread with a null
 // handle), for a tool's one-line error.
 std::string engineMessage(void* handle);

@@ -1,6 +1,7 @@
 // Where zoltpano stitch takes its frames from: a video file, a simulated sweep directory, a
 // folder of images or a recording (a folder with the frames, as frames/ or one video file, their
-// times in frames.csv and the gyroscope's events in gyro.csv). Every source hands out packed NV21 frames (width * height Y bytes, then
+// times in frames.csv and the gyroscope's events in gyro.csv). Every source hands out packed NV21
+// frames (width * height Y bytes, then
 // width * height / 2 bytes of V, U pairs), as a phone's preview would.
 #pragma once
 

@@ -68,25 +68,26 @@ double goldenMin(const std::function<double(double)>& f, double lo, double hi, i
 }
 
 // The pairs' camera rotations (reference inverted times current, camera axes) with the gyroscope
-// read `offsetNs` after each frame's time; false when the track does not cover a pair.
-bool relativeRotations(const std::vector<const MotionPair*>& pairs, const AttitudeTrack& track,
+// read `offsetNs` after each frame's time. The pairs were chosen for a track that covers them at
+// every offset searched.
+void relativeRotations(const std::vector<const MotionPair*>& pairs, const AttitudeTrack& track,
                        int64_t offsetNs, std::vector<cv::Matx33d>& out) {
   out.resize(pairs.size());
   for (size_t i = 0; i < pairs.size(); ++i) {
-    cv::Matx33d r0, r1;
-    if (!track.at(pairs[i]->t0Ns + offsetNs, r0) || !track.at(pairs[i]->t1Ns + offsetNs, r1))
-      return false;
+    cv::Matx33d r0 = cv::Matx33d::eye(), r1 = cv::Matx33d::eye();
+    track.at(pairs[i]->t0Ns + offsetNs, r0);
+    track.at(pairs[i]->t1Ns + offsetNs, r1);
     const cv::Matx33d c0 = ModuleTrack::gyroToCameraAxes(r0.val);
     const cv::Matx33d c1 = ModuleTrack::gyroToCameraAxes(r1.val);
     out[i] = c0.t() * c1;
   }
-  return true;
 }
 
 cv::Matx33d squareCamera(double f, double cx, double cy) { return {f, 0, cx, 0, f, cy, 0, 0, 1}; }
 
 // Errors larger than this (low-resolution pixels) count as this much in the search: a pair where
-// vision followed a moving bus or lost its corners must not pull the clock or the lens.
+// vision followed something else than the camera's turn (a passing vehicle, the camera's own
+// travel) must not pull the clock or the lens.
 constexpr double kRobustPx = 2.0;
 
 }  // namespace
@@ -156,7 +157,8 @@ void VisionSteps::add(const uint8_t* nv21, int frame, int64_t tNs) {
   zolt::setRansacSeed(true, static_cast<uint32_t>(frame));
   MotionPair p;
   p.visionOk = tracker_->measureVisionStep(img, p.vision.x, p.vision.y, p.points);
-  if (lastFrame_ < 0) {
+  if (!started_) {
+    started_ = true;
     firstNs_ = tNs;
   } else {
     p.frame = frame;
@@ -166,7 +168,6 @@ void VisionSteps::add(const uint8_t* nv21, int frame, int64_t tNs) {
     pairs_.push_back(std::move(p));
   }
   zolt::setRansacSeed(false, 0);
-  lastFrame_ = frame;
   lastNs_ = tNs;
 }
 

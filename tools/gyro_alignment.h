@@ -61,8 +61,8 @@ class VisionSteps {
  private:
   std::unique_ptr<ModuleTrack> tracker_;
   std::vector<MotionPair> pairs_;
-  int64_t firstNs_ = 0, lastNs_ = 0;
-  int lastFrame_ = -1;
+  bool started_ = false;
+  int64_t firstNs_ = 0, lastNs_ = 0;  // the first and the last frame's time
 };
 
 // Per pair, for the plot: vision and the gyroscope's prediction before and after alignment.

@@ -2,6 +2,7 @@
 // consecutive frames against what the engine's vision measures, and the clock offset and focal
 // length that align them (docs/gyroscope.md, "A real phone's gyroscope").
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -32,29 +33,37 @@ struct GyroCheckArgs {
 };
 
 // Two panels (x, then y): vision, the prediction before alignment and after it, over time.
-void writePlot(const GyroAlignment& a, const std::string& title, const std::string& path) {
-  constexpr int kW = 1400, kPanel = 330, kLeft = 70, kRight = kW - 20;
-  cv::Mat m(2 * kPanel + 40, kW, CV_8UC3, cv::Scalar(25, 25, 25));
+void writePlot(const GyroAlignment& a, const std::vector<std::string>& title,
+               const std::string& path) {
+  constexpr int kW = 1400, kPanel = 330, kLeft = 70, kRight = kW - 20, kTop = 60;
+  cv::Mat m(2 * kPanel + kTop + 20, kW, CV_8UC3, cv::Scalar(25, 25, 25));
   const cv::Scalar vision(240, 240, 240), raw(60, 60, 220), aligned(80, 220, 80);
   const double t0 = a.series.empty() ? 0 : a.series.front().timeS;
   const double t1 = a.series.empty() ? 1 : std::max(t0 + 1e-3, a.series.back().timeS);
   auto text = [&](const std::string& s, cv::Point p, cv::Scalar c, double size = 0.5) {
     cv::putText(m, s, p, cv::FONT_HERSHEY_SIMPLEX, size, c, 1, cv::LINE_AA);
   };
-  text(title, {kLeft, 22}, {230, 230, 230}, 0.55);
+  for (size_t i = 0; i < title.size(); ++i)
+    text(title[i], {kLeft, 22 + 22 * static_cast<int>(i)}, {230, 230, 230}, 0.55);
   for (int axis = 0; axis < 2; ++axis) {
-    const int top = 40 + axis * kPanel + 20, bottom = 40 + (axis + 1) * kPanel - 30;
+    const int top = kTop + axis * kPanel + 20, bottom = kTop + (axis + 1) * kPanel - 30;
     auto pick = [&](const cv::Point2d& p) { return axis == 0 ? p.x : p.y; };
     double lim = 1;
     for (const AlignedPair& s : a.series)
       lim = std::max({lim, std::fabs(pick(s.vision)), std::fabs(pick(s.raw)),
                       std::fabs(pick(s.aligned))});
-    auto px = [&](double t) { return kLeft + static_cast<int>((t - t0) / (t1 - t0) * (kRight - kLeft)); };
+    auto px = [&](double t) {
+      return kLeft + static_cast<int>((t - t0) / (t1 - t0) * (kRight - kLeft));
+    };
     auto py = [&](double v) {
       return (top + bottom) / 2 - static_cast<int>(v / lim * (bottom - top) / 2);
     };
     cv::rectangle(m, {kLeft, top}, {kRight, bottom}, {70, 70, 70});
     cv::line(m, {kLeft, py(0)}, {kRight, py(0)}, {70, 70, 70});
+    for (int s = static_cast<int>(std::ceil(t0)); s <= t1; ++s) {  // whole seconds
+      cv::line(m, {px(s), bottom}, {px(s), bottom + 6}, {200, 200, 200});
+      text(std::to_string(s), {px(s) - 4, bottom + 20}, {200, 200, 200}, 0.45);
+    }
     char label[128];
     std::snprintf(label, sizeof label, "%s offset, low-res px (+-%.1f)", axis == 0 ? "x" : "y",
                   lim);
@@ -99,10 +108,9 @@ nlohmann::json toJson(const GyroAlignment& a, double seconds) {
 
 int runGyroCheck(const GyroCheckArgs& a) {
   const auto t0 = std::chrono::steady_clock::now();
-  const int logLevel = ZOLT_PANO_GetLogLevel();
-  ZOLT_PANO_SetLogLevel(ZOLT_PANO_LOG_SILENT);
   GyroAlignment r;
   try {
+    const EngineLog log(false);
     const std::string gyroPath =
         a.gyro.empty() ? (std::filesystem::path(a.input) / "gyro.csv").string() : a.gyro;
     const std::vector<sim::GyroEvent> events = readGyroEvents(gyroPath);
@@ -114,26 +122,26 @@ int runGyroCheck(const GyroCheckArgs& a) {
     search.rangeMs = a.rangeMs;
     r = alignGyroOnFrames(*frames, events, a.seconds, search);
   } catch (const InputError& e) {
-    ZOLT_PANO_SetLogLevel(logLevel);
     throw CommandError(e.what());
   }
-  ZOLT_PANO_SetLogLevel(logLevel);
   const double seconds = msSince(t0) / 1000;
   if (r.pairs < AlignmentSearch{}.minPairs)
     throw CommandError(std::to_string(r.pairs) +
                        " pairs of frames were measured by vision within the gyroscope's span; "
                        "at least 8 are needed");
-  char line[512];
-  std::snprintf(line, sizeof line,
+  char head[384], tail[256];
+  std::snprintf(head, sizeof head,
                 "%s: %d pairs, gyroscope clock %+.1f ms, focal scale %.3f (%.1f degrees across "
-                "the width), correlation x %.3f y %.3f, error median %.2f p95 %.2f low-res px "
-                "(before: %.2f / %.2f)%s",
-                a.input.c_str(), r.pairs, r.timeOffsetMs, r.focalScale, r.hfovDeg,
-                r.correlationX, r.correlationY, r.medianErrorPx, r.p95ErrorPx,
-                r.medianErrorPxRaw, r.p95ErrorPxRaw,
+                "the width)",
+                a.input.c_str(), r.pairs, r.timeOffsetMs, r.focalScale, r.hfovDeg);
+  std::snprintf(tail, sizeof tail,
+                "correlation x %.3f y %.3f, error median %.2f p95 %.2f low-res px (before: %.2f / "
+                "%.2f)%s",
+                r.correlationX, r.correlationY, r.medianErrorPx, r.p95ErrorPx, r.medianErrorPxRaw,
+                r.p95ErrorPxRaw,
                 r.found ? "" : "; NOT FOUND: the best lies at the end of the search");
-  std::printf("%s\n", line);
-  writePlot(r, line, a.plot);
+  std::printf("%s, %s\n", head, tail);
+  writePlot(r, {head, tail}, a.plot);
   if (!a.json.empty()) {
     std::ofstream out(a.json);
     out << toJson(r, seconds).dump(2) << "\n";

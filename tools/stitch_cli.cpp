@@ -114,11 +114,9 @@ int runStitchReporting(const std::string& command, const std::string& input,
       // The same estimate as gyro-check's, over the input's first second.
       SourceOptions luma = src;
       luma.lumaOnly = true;
-      const int logLevel = ZOLT_PANO_GetLogLevel();
-      if (!opt.engineLog) ZOLT_PANO_SetLogLevel(ZOLT_PANO_LOG_SILENT);
+      const EngineLog log(opt.engineLog);
       const GyroAlignment a =
           alignGyroOnFrames(*FrameSource::open(input, luma), readGyroEvents(opt.gyroPath), 1.0);
-      ZOLT_PANO_SetLogLevel(logLevel);
       clock = {a.found ? a.timeOffsetMs : 0.0, true, a.found, a.pairs};
       run.gyroOffsetMs = clock.offsetMs;
     }

@@ -21,18 +21,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Silences the engine's log for the lifetime of a run unless it is to be shown.
-class EngineLog {
- public:
-  explicit EngineLog(bool show) : before_(ZOLT_PANO_GetLogLevel()) {
-    if (!show) ZOLT_PANO_SetLogLevel(ZOLT_PANO_LOG_SILENT);
-  }
-  ~EngineLog() { ZOLT_PANO_SetLogLevel(before_); }
-
- private:
-  int before_;
-};
-
 // One stitch() call: reads the input, feeds the captures, restarts them, and keeps what each
 // gave.
 class StitchRun {
