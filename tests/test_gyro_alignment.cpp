@@ -109,7 +109,9 @@ TEST(GyroAlignment, FindsTheClockOffsetAndFocalLengthOfASimulatedRecording) {
     }
     const GyroAlignment a = alignGyroWithVision(vision.pairs(), AttitudeTrack(events),
                                                 vision.tracker());
-    const double trueScale = focalForHfov(c.hfovDeg) / vision.tracker().fx;
+    ModuleTrack lens(c.width, c.height);  // the engine's camera for that lens
+    lens.setFieldOfView(c.hfovDeg);
+    const double trueScale = lens.fx / vision.tracker().fx;
     EXPECT_TRUE(a.found);
     EXPECT_GE(a.pairs, 40);
     EXPECT_NEAR(a.timeOffsetMs, c.offsetMs, 2.0);

@@ -25,23 +25,15 @@ cv::Matx33d fromQuaternion(const double q[4]) {
           2 * (x * z - w * y),     2 * (y * z + w * x),     1 - 2 * (x * x + y * y)};
 }
 
+// Pearson's correlation of two series of one length; 0 where either does not vary.
 double pearson(const std::vector<double>& a, const std::vector<double>& b) {
-  const size_t n = a.size();
-  if (n < 2) return 0;
-  double ma = 0, mb = 0;
-  for (size_t i = 0; i < n; ++i) {
-    ma += a[i];
-    mb += b[i];
-  }
-  ma /= n;
-  mb /= n;
-  double sab = 0, saa = 0, sbb = 0;
-  for (size_t i = 0; i < n; ++i) {
-    sab += (a[i] - ma) * (b[i] - mb);
-    saa += (a[i] - ma) * (a[i] - ma);
-    sbb += (b[i] - mb) * (b[i] - mb);
-  }
-  return saa > 0 && sbb > 0 ? sab / std::sqrt(saa * sbb) : 0;
+  if (a.size() < 2) return 0;
+  const cv::Mat ma(a), mb(b);
+  cv::Scalar meanA, sdA, meanB, sdB;
+  cv::meanStdDev(ma, meanA, sdA);
+  cv::meanStdDev(mb, meanB, sdB);
+  if (sdA[0] <= 0 || sdB[0] <= 0) return 0;
+  return (ma - meanA[0]).dot(mb - meanB[0]) / static_cast<double>(a.size()) / (sdA[0] * sdB[0]);
 }
 
 // Least of f over [lo, hi] by golden-section search (f unimodal there).
@@ -177,19 +169,17 @@ cv::Point2d predictedMotion(const cv::Matx33d& k, const cv::Matx33d& relative,
   // homography K * R_ref^-1 * R_cur * K^-1 does), minus the point: where it lies in the
   // reference against where it lies now.
   const cv::Matx33d h = k * relative * k.inv();
-  const cv::Point2f centre(static_cast<float>(k(0, 2)), static_cast<float>(k(1, 2)));
-  const std::vector<cv::Point2f> one{centre};
-  const std::vector<cv::Point2f>& pts = points.empty() ? one : points;
+  auto move = [&h](double x, double y) {
+    const cv::Vec3d q = h * cv::Vec3d(x, y, 1.0);
+    return cv::Point2d(q[0] / q[2] - x, q[1] / q[2] - y);
+  };
+  if (points.empty()) return move(k(0, 2), k(1, 2));
   cv::Point2d sum(0, 0);
-  for (const cv::Point2f& p : pts) {
-    const cv::Vec3d q = h * cv::Vec3d(p.x, p.y, 1.0);
-    sum += cv::Point2d(q[0] / q[2] - p.x, q[1] / q[2] - p.y);
-  }
-  return sum / static_cast<double>(pts.size());
+  for (const cv::Point2f& p : points) sum += move(p.x, p.y);
+  return sum / static_cast<double>(points.size());
 }
 
 double hfovForFocal(double f) { return 2 * std::atan(200.0 / f) * 180 / kPi; }
-double focalForHfov(double hfovDeg) { return 200.0 / std::tan(hfovDeg * kPi / 360); }
 
 GyroAlignment alignGyroWithVision(const std::vector<MotionPair>& pairs, const AttitudeTrack& track,
                                   const ModuleTrack& camera, const AlignmentSearch& search) {
@@ -207,20 +197,22 @@ GyroAlignment alignGyroWithVision(const std::vector<MotionPair>& pairs, const At
   std::vector<cv::Matx33d> rel;
 
   // Per pair, the prediction's distance from vision.
-  auto errors = [&](const cv::Matx33d& k, std::vector<cv::Point2d>* predicted) {
+  auto errors = [&](const cv::Matx33d& k, std::vector<cv::Point2d>& predicted) {
     std::vector<double> e(used.size());
-    if (predicted) predicted->resize(used.size());
+    predicted.resize(used.size());
     for (size_t i = 0; i < used.size(); ++i) {
-      const cv::Point2d p = predictedMotion(k, rel[i], used[i]->points);
-      e[i] = cv::norm(p - used[i]->vision);
-      if (predicted) (*predicted)[i] = p;
+      predicted[i] = predictedMotion(k, rel[i], used[i]->points);
+      e[i] = cv::norm(predicted[i] - used[i]->vision);
     }
     return e;
   };
   auto cost = [&](double scale) {
+    const cv::Matx33d k = squareCamera(scale * fx, cx, cy);
     double c = 0;
-    for (double e : errors(squareCamera(scale * fx, cx, cy), nullptr))
-      c += std::min(e * e, kRobustPx * kRobustPx);
+    for (size_t i = 0; i < used.size(); ++i) {
+      const cv::Point2d d = predictedMotion(k, rel[i], used[i]->points) - used[i]->vision;
+      c += std::min(d.dot(d), kRobustPx * kRobustPx);
+    }
     return c;
   };
   // For one clock offset: the best focal scale within [lo, hi] and its cost.
@@ -232,7 +224,7 @@ GyroAlignment alignGyroWithVision(const std::vector<MotionPair>& pairs, const At
 
   auto report = [&](const cv::Matx33d& k, double& median, double& p95, double& corrX,
                     double& corrY, std::vector<cv::Point2d>& predicted) {
-    const std::vector<double> e = errors(k, &predicted);
+    const std::vector<double> e = errors(k, predicted);
     median = percentile(e, 0.5);
     p95 = percentile(e, 0.95);
     std::vector<double> px, py, vx, vy;

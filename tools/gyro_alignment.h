@@ -113,8 +113,7 @@ cv::Point2d predictedMotion(const cv::Matx33d& k, const cv::Matx33d& relative,
                             const std::vector<cv::Point2f>& points);
 
 // Horizontal field of view (degrees across the 400-pixel-wide tracking image) of focal length f
-// in its pixels, and back.
+// in its pixels (the inverse of ModuleTrack::setFieldOfView's focal length).
 double hfovForFocal(double f);
-double focalForHfov(double hfovDeg);
 
 }  // namespace zolt::tools
