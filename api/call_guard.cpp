@@ -4,9 +4,8 @@
 
 #include "api/refusal.h"
 #include "engine/orrery_engine.h"
-#include "merger/module_merge.h"
 #include "platform/log.h"
-#include "tracker/module_track.h"
+#include "zolt_pano_ext.h"
 
 namespace zolt::api {
 
@@ -32,10 +31,8 @@ bool canvasFits(OrreryEngine& engine, const __tag_ZOLT_OFFSCREEN* canvas, const 
            "%s :: Invalid canvas : NULL record or empty : call ignored", where);
     return false;
   }
-  const int d = engine.tracker->moveDir;
-  const bool placesFirst = d >= MOVE_RIGHT && d <= MOVE_UP && engine.tracker->bKeyFrame &&
-                           !engine.merger->panoInitialised;
-  if (!placesFirst) return true;  // only the first merge reads the record's planes and sides
+  const MoveDirection d = engine.firstMergeDirection();
+  if (d == MOVE_NONE) return true;  // only the first merge reads the record's planes and sides
   const int w = canvas->width, h = canvas->height;
   const int64_t bytes = static_cast<int64_t>(w) * h * 3 / 2;
   if (canvas->planeY == nullptr || canvas->planeVU == nullptr ||
@@ -47,7 +44,7 @@ bool canvasFits(OrreryEngine& engine, const __tag_ZOLT_OFFSCREEN* canvas, const 
            where, w, h);
     return false;
   }
-  const bool horizontal = d == MOVE_RIGHT || d == MOVE_LEFT;
+  const bool horizontal = ZOLT_PANO_IsHorizontalSweep(d);
   const bool fits = horizontal ? (h == engine.height && w >= engine.width)
                                : (w == engine.width && h >= engine.height);
   if (!fits) {

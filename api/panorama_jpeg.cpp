@@ -1,20 +1,15 @@
 // The panorama as a JPEG file at a path taken as given, or in memory: ZOLT_PANO_SaveJpeg,
-// ZOLT_PANO_EncodeJpeg and ZOLT_PANO_FreeBuffer. Both encode the cropped panorama that
-// ZOLT_PANO_SaveImage writes, with the same encoder; the file is written from the memory copy,
-// so the two give the same bytes.
-#include <cerrno>
+// ZOLT_PANO_EncodeJpeg and ZOLT_PANO_FreeBuffer. Both take the engine's one encoding, the one
+// ZOLT_PANO_SaveImage writes, so all give the same bytes.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <exception>
+#include <string>
 #include <vector>
-
-#include <opencv2/imgcodecs.hpp>
 
 #include "api/engine_registry.h"
 #include "api/refusal.h"
 #include "engine/orrery_engine.h"
-#include "merger/module_merge.h"
 #include "platform/log.h"
 #include "zolt_pano_ext.h"
 
@@ -24,7 +19,7 @@ namespace {
 // default, the quality of ZOLT_PANO_SaveImage). `given`: the call's pointers are all there.
 // Returns 0 (with *engine set) or the refusal, which is logged and kept.
 int encodePanorama(void* handle, bool given, int quality, const char* where,
-                   OrreryEngine** engineOut, std::vector<uchar>& bytes, cv::Size& size) {
+                   OrreryEngine** engineOut, std::vector<uint8_t>& bytes, cv::Size& size) {
   using zolt::api::refuse;
   OrreryEngine* engine = *engineOut = zolt::api::liveEngine(handle, where);
   if (engine == nullptr) return ZOLT_PANO_ERR_NOT_ENGINE;
@@ -37,29 +32,25 @@ int encodePanorama(void* handle, bool given, int quality, const char* where,
            "%s :: quality %d : 1 to 100, or 0 for the default : call ignored", where, quality);
     return ZOLT_PANO_ERR_BAD_ARGUMENT;
   }
-  try {
-    cv::Mat pano;
-    if (engine->merger->panoInitialised) pano = engine->merger->getPano_BGR();
-    if (pano.empty()) {
+  std::string failure;
+  switch (engine->encodeJpeg(quality, bytes, size, failure)) {
+    case OrreryEngine::JpegResult::kOk:
+      return 0;
+    case OrreryEngine::JpegResult::kNothingToSave:
       refuse(engine, ZOLT_PANO_ERR_NOTHING_TO_SAVE,
              "%s :: nothing to save : no key frame merged yet", where);
       return ZOLT_PANO_ERR_NOTHING_TO_SAVE;
-    }
-    std::vector<int> params;
-    if (quality > 0) params = {cv::IMWRITE_JPEG_QUALITY, quality};
-    if (!cv::imencode(".jpg", pano, bytes, params) || bytes.empty()) {
+    case OrreryEngine::JpegResult::kEncoderFailed:
       refuse(engine, ZOLT_PANO_ERR_WRITE_FAILED, "%s :: the JPEG encoder failed", where);
       return ZOLT_PANO_ERR_WRITE_FAILED;
-    }
-    size = pano.size();
-  } catch (const std::bad_alloc&) {
-    refuse(engine, ZOLT_PANO_ERR_INTERNAL, "%s :: out of memory", where);
-    return ZOLT_PANO_ERR_INTERNAL;
-  } catch (const std::exception& e) {
-    refuse(engine, ZOLT_PANO_ERR_WRITE_FAILED, "%s : exception : %s", where, e.what());
-    return ZOLT_PANO_ERR_WRITE_FAILED;
+    case OrreryEngine::JpegResult::kOutOfMemory:
+      refuse(engine, ZOLT_PANO_ERR_INTERNAL, "%s :: out of memory", where);
+      return ZOLT_PANO_ERR_INTERNAL;
+    case OrreryEngine::JpegResult::kFailed:
+      break;
   }
-  return 0;
+  refuse(engine, ZOLT_PANO_ERR_WRITE_FAILED, "%s : exception : %s", where, failure.c_str());
+  return ZOLT_PANO_ERR_WRITE_FAILED;
 }
 
 }  // namespace
@@ -69,23 +60,14 @@ extern "C" {
 ZOLT_PANO_EXPORT int ZOLT_PANO_SaveJpeg(void* handle, const char* path, int quality) {
   const char* where = "ZOLT_PANO_SaveJpeg";
   OrreryEngine* engine = nullptr;
-  std::vector<uchar> bytes;
+  std::vector<uint8_t> bytes;
   cv::Size size;
   const int rc = encodePanorama(handle, path != nullptr, quality, where, &engine, bytes, size);
   if (rc != 0) return rc;
-  std::FILE* f = std::fopen(path, "wb");
-  if (f == nullptr) {
+  int error = 0;
+  if (!OrreryEngine::writeFile(path, bytes, &error)) {
     zolt::api::refuse(engine, ZOLT_PANO_ERR_WRITE_FAILED, "%s :: cannot write '%s' : %s", where,
-                      path, std::strerror(errno));
-    return ZOLT_PANO_ERR_WRITE_FAILED;
-  }
-  bool ok = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
-  const int writeErrno = errno;
-  ok = std::fclose(f) == 0 && ok;
-  if (!ok) {
-    std::remove(path);  // no truncated JPEG left behind
-    zolt::api::refuse(engine, ZOLT_PANO_ERR_WRITE_FAILED, "%s :: cannot write '%s' : %s", where,
-                      path, std::strerror(writeErrno != 0 ? writeErrno : errno));
+                      path, std::strerror(error));
     return ZOLT_PANO_ERR_WRITE_FAILED;
   }
   ZLOGI("%s :: '%s' written : %dx%d, %zu bytes", where, path, size.width, size.height,
@@ -99,7 +81,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_EncodeJpeg(void* handle, int quality, unsigned ch
   if (data != nullptr) *data = nullptr;
   if (size != nullptr) *size = 0;
   OrreryEngine* engine = nullptr;
-  std::vector<uchar> bytes;
+  std::vector<uint8_t> bytes;
   cv::Size panoSize;
   const int rc = encodePanorama(handle, data != nullptr && size != nullptr, quality, where,
                                 &engine, bytes, panoSize);

@@ -8,11 +8,8 @@
 #include "api/engine_registry.h"
 #include "api/refusal.h"
 #include "engine/orrery_engine.h"
-#include "merger/module_merge.h"
 #include "platform/clock.h"
 #include "platform/log.h"
-#include "sensor/sensor_handle.h"
-#include "sensor/sensor_interface.h"
 #include "zolt_pano.h"
 
 namespace {
@@ -49,59 +46,6 @@ bool allGiven(OrreryEngine* engine, std::initializer_list<const void*> args, con
   return true;
 }
 
-// Stops the polling thread and frees the sensor object; pSensorHandle is null afterwards.
-void finishSensor() {
-  if (pSensorHandle != nullptr) {
-    pSensorHandle->deinit();
-    ZLOGI("%s ::SensorInterface : DeInit Done", "FinishSensor");
-  }
-  if (pSensorHandle != nullptr) delete pSensorHandle;  // logs its destructor line
-  pSensorHandle = nullptr;
-  ZLOGI("%s ::SensorInterface : Deleted", "FinishSensor");
-}
-
-// Creates pSensorHandle and starts the gyroscope; without one the engine runs on vision and
-// pSensorHandle is null again.
-void startGyroscope() {
-  // One gyroscope for the process. A sensor still running from an Initial without Release is
-  // stopped first: left alone, its thread could never be stopped and would feed the same
-  // fusion library as the new one.
-  if (pSensorHandle != nullptr) finishSensor();
-  bool started = false;
-  try {
-    pSensorHandle = new SensorInterface();
-    ZLOGI("%s ::SensorInterface : Created", "ZOLT_PANO_Initial");
-    started = pSensorHandle->init();
-  } catch (...) {
-    logException(nullptr, "ZOLT_PANO_Initial");
-  }
-  if (started) {
-    ZLOGI("%s :: SensorInterface : Init Success", "ZOLT_PANO_Initial");
-    return;
-  }
-  ZLOGE("%s :: SensorInterface : Init FAILED : GyroSensor Not Available", "ZOLT_PANO_Initial");
-  finishSensor();
-}
-
-// The latest attitude to the engine, whatever the sensor has (identity before the first one).
-void provideSensorValues(OrreryEngine* engine) {
-  if (pSensorHandle == nullptr) {
-    ZLOGE("Sensor is not initialised");
-    return;
-  }
-  float angles[3];
-  float rotation[9];
-  const int gyroRet = pSensorHandle->get_Cur_GyroSensorVal(angles, rotation);
-  ZLOGI("%s : GyroRet = %d Angles : %f   %f   %f ", "ZOLT_PANO_SelectFrames", gyroRet, angles[0],
-        angles[1], angles[2]);
-  // Elements 7 and 8 print swapped; readers of the log expect it so.
-  ZLOGI("%s : RotMat : %f   %f   %f  %f  %f  %f  %f  %f  %f ", "ZOLT_PANO_SelectFrames",
-        rotation[0], rotation[1], rotation[2], rotation[3], rotation[4], rotation[5], rotation[6],
-        rotation[8], rotation[7]);
-  engine->provideIMU(angles, rotation);
-  ZLOGI("SensorInterface : In Pano : provideIMU DONE");
-}
-
 }  // namespace
 
 extern "C" {
@@ -128,7 +72,9 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_Initial(tag_ZOLT_PANO_INIT_PARAM* param, void** h
   }
   *handle = engine;
   zolt::api::enroll(engine);
-  startGyroscope();
+  std::string failure;
+  if (!engine->startGyroscope(failure) && !failure.empty())
+    zolt::api::note(nullptr, ZOLT_PANO_ERR_INTERNAL, "%s", failure.c_str());
   ZLOGI("SensorInterface : Cam orientation = %d ", param->camOrientation);
   ZLOGI("ZOLT Panorama Lib Version: %s ", ZOLT_PANO_GetVersion());
   return SUCCESS;
@@ -152,7 +98,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_SelectFrames(void* handle, void*, void*, __tag_ZO
   const int64_t start = zolt::ticks();
   int result = engine->resultCode;
   try {
-    provideSensorValues(engine);
+    engine->readGyroscope();
     result = engine->provideNV21Image_SelectFrame(frame, offset, isKeyFrame, direction,
                                                   sweepLength);
     ZLOGI("ZOLT_Pano Select frame : Final Offset : %d  x  %d  ", offset->x, offset->y);
@@ -184,7 +130,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_AddImage(void* handle, void*, void*, void*, void*
   if (stopped)
     zolt::api::note(engine, ZOLT_PANO_ERR_CANVAS_FULL,
                     "ZOLT_PANO_AddImage :: canvas full : the sweep has ended, nothing merged");
-  else if (engine->merger->mergeState == ModuleMerge::kCanvasFull)
+  else if (engine->canvasFull())
     zolt::api::note(engine, ZOLT_PANO_ERR_CANVAS_FULL,
                     "ZOLT_PANO_AddImage :: canvas full : the sweep reached the canvas's end, "
                     "the panorama ends with the last key frame merged");
@@ -206,7 +152,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_Release(void** handle) {
   if (engine == nullptr) return 0;
   // The engine is no longer live: what fails here is kept for this thread.
   try {
-    finishSensor();
+    engine->stopGyroscope();
   } catch (...) {
     logException(nullptr, "ZOLT_PANO_Release");
   }
@@ -224,7 +170,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_Release(void** handle) {
 ZOLT_PANO_EXPORT void ZOLT_PANO_SaveImage(void* handle, std::string fileName) {
   OrreryEngine* engine = zolt::api::liveEngine(handle, "ZOLT_PANO_SaveImage");
   if (engine == nullptr) return;
-  const bool merged = engine->merger->panoInitialised;
+  const bool merged = engine->hasPanorama();
   std::string name;
   try {
     name = fileName + ".jpg";

@@ -12,10 +12,8 @@
 
 #include "api/engine_registry.h"
 #include "api/refusal.h"
-#include "platform/log.h"
 #include "engine/orrery_engine.h"
-#include "merger/module_merge.h"
-#include "tracker/module_track.h"
+#include "platform/log.h"
 
 namespace {
 
@@ -71,30 +69,6 @@ void gatherVU(const uint8_t* u, const uint8_t* v, int rowStride, uint8_t* vu, in
       out[2 * c + 1] = ur[2 * c];
     }
   }
-}
-
-// Each option takes 0 (the default behaviour) or a value from low to high, only before the
-// first frame: the tracker and the merger read their settings from the first frame on.
-struct OptionRule {
-  int option;
-  int low, high;
-  const char* values;  // the accepted values, as the refusal names them
-  void (*apply)(OrreryEngine& engine, int value);
-};
-
-constexpr OptionRule kOptions[] = {
-    {ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT, 1, 1, "0 or 1",
-     [](OrreryEngine& e, int v) { e.setSubPixelPlacement(v != 0); }},
-    {ZOLT_PANO_OPTION_EXPOSURE_COMPENSATION, 1, 1, "0 or 1",
-     [](OrreryEngine& e, int v) { e.merger->exposureCompensation = v != 0; }},
-    {ZOLT_PANO_OPTION_CAMERA_HFOV, 1000, 17000, "0 or 1000 to 17000 (hundredths of a degree)",
-     [](OrreryEngine& e, int v) { e.setCameraFieldOfView(v / 100.0); }},
-};
-
-const OptionRule* findOption(int option) {
-  for (const OptionRule& r : kOptions)
-    if (r.option == option) return &r;
-  return nullptr;
 }
 
 }  // namespace
@@ -162,7 +136,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_CanvasSize(int previewWidth, int previewHeight, i
     *canvasHeight = h;
     return 0;
   }
-  const bool horizontal = direction <= ZOLT_PANO_MOVE_LEFT;
+  const bool horizontal = ZOLT_PANO_IsHorizontalSweep(direction);
   const int along = horizontal ? w : h, across = horizontal ? h : w;
   if ((across & 1) != 0) {
     zolt::api::note(nullptr, ZOLT_PANO_ERR_BAD_ARGUMENT,
@@ -173,7 +147,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_CanvasSize(int previewWidth, int previewHeight, i
   }
   int64_t length = maxSweepLength;
   if (length == 0) {  // one whole turn beyond the first frame
-    const double fov = (along >= across) ? ModuleTrack::kHfovDeg : ModuleTrack::kVfovDeg;
+    const double fov = (along >= across) ? OrreryEngine::kFixedHfovDeg : OrreryEngine::kFixedVfovDeg;
     length = along + static_cast<int64_t>(std::ceil(along * 360.0 / fov));
   }
   if (length < along) {
@@ -236,27 +210,28 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_PackNV21(const unsigned char* y, int yRowStride,
 ZOLT_PANO_EXPORT int ZOLT_PANO_SetOption(void* handle, int option, int value) {
   OrreryEngine* engine = zolt::api::liveEngine(handle, "ZOLT_PANO_SetOption");
   if (engine == nullptr) return ZOLT_PANO_ERR_NOT_ENGINE;
-  const OptionRule* rule = findOption(option);
-  if (rule == nullptr) {
-    zolt::api::refuse(engine, ZOLT_PANO_ERR_BAD_OPTION,
-                      "ZOLT_PANO_SetOption :: unknown option %d (value %d) : call ignored",
-                      option, value);
-    return ZOLT_PANO_ERR_BAD_OPTION;
+  const char* accepted = "";
+  switch (engine->setOption(option, value, &accepted)) {
+    case OrreryEngine::OptionResult::kSet:
+      return 0;
+    case OrreryEngine::OptionResult::kUnknown:
+      zolt::api::refuse(engine, ZOLT_PANO_ERR_BAD_OPTION,
+                        "ZOLT_PANO_SetOption :: unknown option %d (value %d) : call ignored",
+                        option, value);
+      break;
+    case OrreryEngine::OptionResult::kOutOfRange:
+      zolt::api::refuse(engine, ZOLT_PANO_ERR_BAD_OPTION,
+                        "ZOLT_PANO_SetOption :: option %d takes %s, not %d : call ignored",
+                        option, accepted, value);
+      break;
+    case OrreryEngine::OptionResult::kFrozen:
+      zolt::api::refuse(engine, ZOLT_PANO_ERR_BAD_OPTION,
+                        "ZOLT_PANO_SetOption :: option %d set after the first frame : call "
+                        "ignored",
+                        option);
+      break;
   }
-  if (value != 0 && (value < rule->low || value > rule->high)) {
-    zolt::api::refuse(engine, ZOLT_PANO_ERR_BAD_OPTION,
-                      "ZOLT_PANO_SetOption :: option %d takes %s, not %d : call ignored", option,
-                      rule->values, value);
-    return ZOLT_PANO_ERR_BAD_OPTION;
-  }
-  if (engine->frameCount > 0) {
-    zolt::api::refuse(engine, ZOLT_PANO_ERR_BAD_OPTION,
-                      "ZOLT_PANO_SetOption :: option %d set after the first frame : call ignored",
-                      option);
-    return ZOLT_PANO_ERR_BAD_OPTION;
-  }
-  rule->apply(*engine, value);
-  return 0;
+  return ZOLT_PANO_ERR_BAD_OPTION;
 }
 
 }  // extern "C"

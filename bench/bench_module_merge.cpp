@@ -16,6 +16,7 @@
 #include "image/nv21_img.h"
 #include "merger/merge_kernels.h"
 #include "merger/module_merge.h"
+#include "zolt_pano_ext.h"
 
 namespace {
 
@@ -42,7 +43,7 @@ struct OwnedImg : NV21Img {
 // merger's last centre is wound back each time, so every iteration does the full work).
 void mergeSecondFrame(benchmark::State& state, ModuleMerge& m, NV21Img& first, NV21Img& second,
                       cv::Point offset, MoveDirection dir, __tag_ZOLT_OFFSCREEN& canvas) {
-  const bool horizontal = dir == MOVE_RIGHT || dir == MOVE_LEFT;
+  const bool horizontal = ZOLT_PANO_IsHorizontalSweep(dir);
   m.merging_AddImage(first, cv::Point_<double>(0, 0), dir, &canvas);
   const int start = horizontal ? m.lastMergedX : m.lastMergedY;
   for (auto _ : state) {
@@ -99,7 +100,7 @@ void BM_MergeKeyFrameExposure(benchmark::State& state) {
   view(cv::Rect(at.x, at.y, fw, fh)).convertTo(brighter, -1, 1.06);
   second.nvCvt2NV21(brighter);
   ModuleMerge m(fw, fh);
-  m.exposureCompensation = on;
+  m.configure({on});
   mergeSecondFrame(state, m, first, second, cv::Point(100, 300) - at, dir, canvas);
 }
 BENCHMARK(BM_MergeKeyFrameExposure)->ArgNames({"vertical", "exposure"})

@@ -3,19 +3,19 @@
 #include <cstring>
 #include <vector>
 
-#include <opencv2/imgcodecs.hpp>
-
 #include "image/colour_convert.h"
 #include "image/nv21_img.h"
 #include "merger/module_merge.h"
 #include "platform/clock.h"
 #include "platform/log.h"
 #include "tracker/module_track.h"
+#include "zolt_pano_ext.h"
+
+static_assert(OrreryEngine::kFixedHfovDeg == ModuleTrack::kHfovDeg &&
+                  OrreryEngine::kFixedVfovDeg == ModuleTrack::kVfovDeg,
+              "one fixed camera");
 
 namespace {
-
-bool isHorizontal(int d) { return static_cast<unsigned>(d - 1) < 2u; }
-bool isVertical(int d) { return static_cast<unsigned>(d - 3) < 2u; }
 
 // The sums take the difference of two wall-clock readings as an unsigned 32-bit number.
 double elapsedMs(int64_t t0, int64_t t1) {
@@ -40,12 +40,18 @@ void OrreryEngine::zolt_init_pano(int w, int h) {
 
 bool OrreryEngine::isInitialized() { return initialized; }
 
-void OrreryEngine::setSubPixelPlacement(bool on) {
-  tracker->subPixelPlacement = on;
-  merger->roundOffsets = on;
+OrreryEngine::OptionResult OrreryEngine::setOption(int option, int value,
+                                                   const char** accepted) {
+  PanoOptions next = options;
+  switch (next.set(option, value, accepted)) {
+    case PanoOptions::Status::kUnknown: return OptionResult::kUnknown;
+    case PanoOptions::Status::kOutOfRange: return OptionResult::kOutOfRange;
+    case PanoOptions::Status::kSet: break;
+  }
+  if (optionsFrozen) return OptionResult::kFrozen;
+  options = next;
+  return OptionResult::kSet;
 }
-
-void OrreryEngine::setCameraFieldOfView(double hfovDeg) { tracker->setFieldOfView(hfovDeg); }
 
 int OrreryEngine::provideIMU(float* angles, float* rotation) {
   int r = ZLOGI("NDK IMU LOGOUT : %f\t%f\t%f\n", angles[0], angles[1], angles[2]);
@@ -54,14 +60,24 @@ int OrreryEngine::provideIMU(float* angles, float* rotation) {
   return r;
 }
 
+bool OrreryEngine::canvasFull() const { return merger->mergeState == ModuleMerge::kCanvasFull; }
+
+bool OrreryEngine::hasPanorama() const { return merger->panoInitialised; }
+
+MoveDirection OrreryEngine::firstMergeDirection() const {
+  const TrackReport& r = tracker->report;
+  return r.direction != MOVE_NONE && r.keyFrame && !merger->panoInitialised ? r.direction
+                                                                            : MOVE_NONE;
+}
+
 bool OrreryEngine::stoppedAtCanvasEnd() const {
-  const int s = tracker->uiState;
-  return s != 1 && s != 5 && merger->mergeState == ModuleMerge::kCanvasFull;
+  const UiState s = tracker->report.ui;
+  return s != UiState::kNoFeature && s != UiState::kWrongDirection && canvasFull();
 }
 
 bool OrreryEngine::error_condition_check(long& code) {
-  const int s = tracker->uiState;
-  code = tracker->errCode;
+  const int s = static_cast<int>(tracker->report.ui);
+  code = tracker->report.code;
   if (stoppedAtCanvasEnd()) {
     ZLOGI("stop - warn: LoopStop******************************");
     return false;
@@ -93,6 +109,11 @@ int OrreryEngine::provideNV21Image_SelectFrame(__tag_ZOLT_OFFSCREEN* frame, tsPO
     ZLOGE("%s: error_condition_check returned false \n", "provideNV21Image_SelectFrame");
     return resultCode;
   }
+  if (!optionsFrozen) {  // the first frame: the options are final from here on
+    tracker->configure(options.tracker);
+    merger->configure(options.merger);
+    optionsFrozen = true;
+  }
   frameCount += 1;
   resultCode = 0;
   frameImg->nvLoadNV21_FWBuffer(frame);
@@ -103,32 +124,30 @@ int OrreryEngine::provideNV21Image_SelectFrame(__tag_ZOLT_OFFSCREEN* frame, tsPO
   trackFrames += 1;
   trackerTimeMs += elapsedMs(t0, t1);
 
-  *sweepLength = tracker->progress;
-  resultCode = tracker->errCode;
+  const TrackReport& r = tracker->report;
+  *sweepLength = r.sweepLength;
+  resultCode = r.code;
 
-  const int d = tracker->moveDir;
+  const int d = r.direction;
   if (!ok) {
     *isKeyFrame = 0;
     frameImg->freeData_FWBuffer();
   } else {
     // A chosen key frame keeps wrapping the caller's buffer until AddImage has merged it.
-    if (!tracker->bKeyFrame) frameImg->freeData_FWBuffer();
-    *isKeyFrame = (d != MOVE_NONE) ? static_cast<long>(tracker->bKeyFrame) : 0;
+    if (!r.keyFrame) frameImg->freeData_FWBuffer();
+    *isKeyFrame = (d != MOVE_NONE) ? static_cast<long>(r.keyFrame) : 0;
   }
   *direction = d;
 
-  const double sc = tracker->scale;
-  offset->x = static_cast<int32_t>(tracker->meanOffX / sc);
-  offset->y = static_cast<int32_t>(-tracker->meanOffY / sc);
+  offset->x = static_cast<int32_t>(r.offset.x);
+  offset->y = static_cast<int32_t>(-r.offset.y);
   // The cross-axis component is relative to the panorama's key-frame track.
-  if (isHorizontal(d)) {
-    offset->y = (*isKeyFrame == 1)
-                    ? static_cast<int32_t>(tracker->globalCamPoseY)
-                    : static_cast<int32_t>(-tracker->meanOffY / sc + tracker->globalCamPoseY);
-  } else if (isVertical(d)) {
-    offset->x = (*isKeyFrame == 1)
-                    ? static_cast<int32_t>(-tracker->globalCamPoseX)
-                    : static_cast<int32_t>(tracker->meanOffX / sc - tracker->globalCamPoseX);
+  if (ZOLT_PANO_IsHorizontalSweep(d)) {
+    offset->y = (*isKeyFrame == 1) ? static_cast<int32_t>(r.keyPose.y)
+                                   : static_cast<int32_t>(-r.offset.y + r.keyPose.y);
+  } else if (d != MOVE_NONE) {
+    offset->x = (*isKeyFrame == 1) ? static_cast<int32_t>(-r.keyPose.x)
+                                   : static_cast<int32_t>(r.offset.x - r.keyPose.x);
   }
   return resultCode;
 }
@@ -143,50 +162,36 @@ int OrreryEngine::provideNV21Image_AddImage(__tag_ZOLT_OFFSCREEN* panorama, tsRE
     return resultCode;
   }
   resultCode = 0;
-  const int d = tracker->moveDir;
-  if (d != MOVE_NONE && tracker->bKeyFrame) {
+  const TrackReport& r = tracker->report;
+  const MoveDirection d = r.direction;
+  if (d != MOVE_NONE && r.keyFrame) {
     const int64_t t0 = zolt::wallClockMs();
-    merger->merging_AddImage(*frameImg, tracker->placementPose(),
-                             static_cast<MoveDirection>(d), panorama);
+    merger->merging_AddImage(*frameImg, r.placement, d, panorama);
     merger->CropBlackRect_AddImage(validRect);
     const int64_t t1 = zolt::wallClockMs();
     mergeFrames += 1;
     mergerTimeMs += elapsedMs(t0, t1);
   }
-  const int extent = isHorizontal(d) ? panorama->width : panorama->height;
+  const int extent = ZOLT_PANO_IsHorizontalSweep(d) ? panorama->width : panorama->height;
   // A canvas record of zero size would divide by zero: report no progress instead.
-  *progress = extent != 0 ? (100 * tracker->progress) / extent : 0;
+  *progress = extent != 0 ? (100 * r.sweepLength) / extent : 0;
   return resultCode;
 }
 
 void OrreryEngine::GrabInfo_Tracking(tsPOINT* offset, long* isKeyFrame) {
-  const double sc = tracker->scale;
-  offset->x = -static_cast<int32_t>(tracker->meanOffX / sc);
-  offset->y = static_cast<int32_t>(-tracker->meanOffY / sc);
-  *isKeyFrame = (tracker->moveDir != MOVE_NONE) ? static_cast<long>(tracker->bKeyFrame) : 0;
-}
-
-void OrreryEngine::storeOutputTo(char* fileName) {
-  ZLOGI("Inside storeOutputTo - 1");
-  cv::Mat pano = merger->getPano_BGR();
-  if (fileName != nullptr) {
-    ZLOGI("Output file name: %s \n", fileName);
-  } else {
-    ZLOGE("Storeouputto: NULL output filename");
-  }
-  ZLOGI("storeOutputTo- Mat returned as: %dx%d , Now going to imwrite\n", pano.cols, pano.rows);
-  outputWritten = false;  // stays so when the writer throws
-  outputWritten = cv::imwrite(fileName != nullptr ? fileName : "", pano, std::vector<int>());
-  ZLOGI("storeOutputTo- finished imwrite \n");
-  pano.release();
+  const TrackReport& r = tracker->report;
+  offset->x = -static_cast<int32_t>(r.offset.x);
+  offset->y = static_cast<int32_t>(-r.offset.y);
+  *isKeyFrame = (r.direction != MOVE_NONE) ? static_cast<long>(r.keyFrame) : 0;
 }
 
 int OrreryEngine::release() {
   const double freq = zolt::tickFrequency();
-  ZLOGI("ZOLT:FULL CLONING TIME = %f\n", tracker->copyTicks / freq);
-  ZLOGI("ZOLT:FULL SAD TIME = %f\n", static_cast<double>(tracker->sadMillis));
+  const TrackReport& r = tracker->report;
+  ZLOGI("ZOLT:FULL CLONING TIME = %f\n", r.copyTicks / freq);
+  ZLOGI("ZOLT:FULL SAD TIME = %f\n", static_cast<double>(r.sadMillis));
   // The tracker keeps no optical-flow tick sum of its own; its reserved counter stands in.
-  ZLOGI("ZOLT: Full 2-OptFlow timing: %.3f \n", static_cast<float>(tracker->reservedCount) / freq);
+  ZLOGI("ZOLT: Full 2-OptFlow timing: %.3f \n", static_cast<float>(r.reservedCount) / freq);
   initialized = false;
   delete tracker;
   delete merger;

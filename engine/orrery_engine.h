@@ -1,13 +1,19 @@
 // OrreryEngine: the one object behind an engine handle. Owns the tracker, the merger and the
 // frame image; passes each preview frame to the tracker and each chosen key frame to the
-// merger, turns the tracker's state into what the caller sees, gates both per-frame calls with
+// merger, turns the tracker's report into what the caller sees, gates both per-frame calls with
 // error_condition_check, writes the panorama file and keeps the statistics logged at release.
+// It also runs the process's gyroscope (orrery_engine_sensor.cpp), holds the options until the
+// first frame, and encodes the panorama as a JPEG (orrery_engine_output.cpp). The C interface
+// speaks to the engine through this class alone.
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include <opencv2/core.hpp>
 
+#include "engine/pano_options.h"
 #include "zolt_pano.h"
 
 class ModuleTrack;
@@ -34,6 +40,13 @@ class ZOLT_PANO_EXPORT OrreryEngine {
   int32_t mergeFrames = 0;
   double selectFrameTicks = 0;  // OpenCV ticks in ZOLT_PANO_SelectFrames
   bool outputWritten = false;   // whether the last storeOutputTo wrote its file
+  // Filled by setOption before the first frame; handed to tracker and merger at that frame.
+  PanoOptions options;
+  bool optionsFrozen = false;
+
+  // The fixed camera's field of view, degrees across the frame's long and short side.
+  static constexpr double kFixedHfovDeg = 62.2;
+  static constexpr double kFixedVfovDeg = 39.8;
 
   explicit OrreryEngine(int32_t mode = 0) : mode(mode) {}
   OrreryEngine(const OrreryEngine&) = delete;
@@ -42,12 +55,17 @@ class ZOLT_PANO_EXPORT OrreryEngine {
   // Builds tracker, merger and frame image; throws when either side is 640 or less.
   void zolt_init_pano(int width, int height);
   bool isInitialized();
-  // ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT: the tracker keeps the fraction of each key frame's pose
-  // and the merger lays it on the nearest pixel.
-  void setSubPixelPlacement(bool on);
-  // ZOLT_PANO_OPTION_CAMERA_HFOV: the tracker's camera for the gyroscope's prediction, degrees
-  // across the frame's width; 0: the fixed camera.
-  void setCameraFieldOfView(double hfovDeg);
+  // One option into `options`. Refused: an unknown option, a value out of its range (*accepted
+  // names the range), or any option once the first frame has been taken (kFrozen).
+  enum class OptionResult { kSet, kUnknown, kOutOfRange, kFrozen };
+  OptionResult setOption(int option, int value, const char** accepted);
+
+  // The process's gyroscope (one for all engines). start: stops one left running, then starts
+  // the sensor thread; false without a gyroscope (the engine tracks by vision), with `failure`
+  // set when the start threw (the line already logged). read: the latest attitude to provideIMU.
+  bool startGyroscope(std::string& failure);
+  void stopGyroscope();
+  void readGyroscope();
   int provideIMU(float* angles, float* rotation);
   int provideNV21Image_SelectFrame(__tag_ZOLT_OFFSCREEN* frame, tsPOINT* offset, long* isKeyFrame,
                                    int* direction, int* sweepLength);
@@ -56,9 +74,24 @@ class ZOLT_PANO_EXPORT OrreryEngine {
   // Whether error_condition_check stops every frame because the sweep reached the canvas's end
   // (it does not look at the merger in the no-feature and wrong-direction states).
   bool stoppedAtCanvasEnd() const;
+  // The merger has refused a key frame that no longer fits on the canvas.
+  bool canvasFull() const;
+  // A key frame has been merged: there is a panorama to save.
+  bool hasPanorama() const;
+  // The sweep's direction when the next AddImage places the first key frame (the only merge
+  // that reads the canvas record's planes and sides), else MOVE_NONE.
+  MoveDirection firstMergeDirection() const;
   void GrabInfo_Tracking(tsPOINT* offset, long* isKeyFrame);
-  // Writes the cropped panorama to fileName as it stands (the interface appends ".jpg").
+  // Writes the cropped panorama to fileName as it stands (the interface appends ".jpg"): the
+  // JPEG of encodeJpeg at the encoder's default quality, written out.
   void storeOutputTo(char* fileName);
+  // The cropped panorama as a JPEG in memory at `quality` (0: the encoder's default, 1..100).
+  enum class JpegResult { kOk, kNothingToSave, kEncoderFailed, kOutOfMemory, kFailed };
+  JpegResult encodeJpeg(int quality, std::vector<uint8_t>& bytes, cv::Size& size,
+                        std::string& failure);
+  // Writes `bytes` to `path` whole, or removes what was written; false with errno's value in
+  // *error.
+  static bool writeFile(const char* path, const std::vector<uint8_t>& bytes, int* error);
   // Logs the statistics and frees tracker, merger and frame image. Once only.
   int release();
   // Packed NV21 of the engine's size <-> 8-bit BGR, by the engine's conversion rules.

@@ -6,6 +6,7 @@
 
 #include "platform/clock.h"
 #include "platform/log.h"
+#include "zolt_pano_ext.h"
 
 ModuleMerge::ModuleMerge(int width, int height)
     : frameWidth(width),
@@ -29,11 +30,8 @@ int ModuleMerge::merging_AddImage(NV21Img& frame, cv::Point_<double> offset, Mov
                                   __tag_ZOLT_OFFSCREEN* out) {
   const int64_t t0 = zolt::wallClockMs();
   ZLOGW("MERGER BEGIN");
-  // A pose that keeps its fraction is laid on the nearest pixel; a whole-pixel one is truncated.
-  offsetX = roundOffsets ? static_cast<int32_t>(std::lround(offset.x))
-                         : static_cast<int32_t>(offset.x);
-  offsetY = roundOffsets ? static_cast<int32_t>(std::lround(offset.y))
-                         : static_cast<int32_t>(offset.y);
+  offsetX = static_cast<int32_t>(offset.x);
+  offsetY = static_cast<int32_t>(offset.y);
   if (offsetX > maxOffsetX) {
     maxOffsetX = offsetX;
   } else if (offsetX < minOffsetX) {
@@ -47,7 +45,7 @@ int ModuleMerge::merging_AddImage(NV21Img& frame, cv::Point_<double> offset, Mov
   if (!panoInitialised) {
     panoDirection = dir;
     initialize_pano_YUV_AddImage(frame, dir, out);
-    const int rows = (dir == MOVE_RIGHT || dir == MOVE_LEFT) ? panoHeight : panoWidth;
+    const int rows = ZOLT_PANO_IsHorizontalSweep(dir) ? panoHeight : panoWidth;
     seamCost = cv::Mat::zeros(rows, 33, CV_32FC1);
     panoInitialised = true;
   } else {

@@ -11,6 +11,7 @@
 #include <opencv2/core.hpp>
 
 #include "image/nv21_img.h"
+#include "merger/merger_options.h"
 #include "zolt_pano.h"
 
 class ZOLT_PANO_EXPORT ModuleMerge {
@@ -44,19 +45,17 @@ class ZOLT_PANO_EXPORT ModuleMerge {
   float texturelessDevFrame = 3.0f;  // largest mean abs deviation of a flat frame block
   float texturelessDevPano = 5.0f;   // the same for a canvas block
   float texturelessMinMean = 50.0f;  // a flat block must be brighter than this
-  // Options (ZOLT_PANO_SetOption), off by default. roundOffsets: offsets keep a fraction
-  // (sub-pixel placement) and are rounded, not truncated. exposureCompensation: each key frame's
-  // brightness is matched to the canvas before it is merged.
-  bool roundOffsets = false;
-  bool exposureCompensation = false;
-
   ModuleMerge(int width, int height);
   ~ModuleMerge();
   ModuleMerge(const ModuleMerge&) = delete;
   ModuleMerge& operator=(const ModuleMerge&) = delete;
 
+  // The options, once, before the first frame.
+  void configure(const MergerOptions& options) { options_ = options; }
+
   // Placement and state (module_merge.cpp). offset: the frame's displacement from the first
-  // key frame in preview pixels; out: the caller's canvas, read at the first call only.
+  // key frame in preview pixels, truncated toward zero; out: the caller's canvas, read at the
+  // first call only.
   int merging_AddImage(NV21Img& frame, cv::Point_<double> offset, MoveDirection dir,
                        __tag_ZOLT_OFFSCREEN* out);
   void initialize_pano_YUV_AddImage(NV21Img& frame, MoveDirection dir, __tag_ZOLT_OFFSCREEN* out);
@@ -95,6 +94,7 @@ class ZOLT_PANO_EXPORT ModuleMerge {
   int CropBlackRect_AddImage(tsRECT* rect);
 
  private:
+  MergerOptions options_;
   enum class Axis { Horizontal, Vertical };  // sweep axis
   // Whether the new frame lies before the seam (left / top) or after it (right / bottom).
   enum class Side { Before, After };

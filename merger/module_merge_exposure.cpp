@@ -133,7 +133,7 @@ double ModuleMerge::measureGain(Axis axis, Side side, int pos, const NV21Img& fr
 }
 
 NV21Img& ModuleMerge::exposureMatched(Axis axis, Side side, int pos, NV21Img& frame) {
-  if (!exposureCompensation) return frame;
+  if (!options_.exposureCompensation) return frame;
   const bool horizontal = axis == Axis::Horizontal;
   const bool before = side == Side::Before;
   const int frameAlong = horizontal ? frameWidth : frameHeight;

@@ -55,7 +55,7 @@ flags=(
   -Wall -Wextra -Wno-unused-parameter -Wunguarded-availability -Werror
   -DZOLT_PANO_BUILDING
   -nostdinc -nostdinc++
-  -I. -Iapi
+  -I. -Iinclude
   -isystem cmake/android-stub-include
   -isystem /usr/include/android
   -isystem "$tmp/include"

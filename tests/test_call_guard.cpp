@@ -16,7 +16,6 @@
 #include <vector>
 
 #include "engine/orrery_engine.h"
-#include "merger/module_merge.h"
 #include "sensor/sensor_handle.h"
 #include "sim/sweep_simulator.h"
 #include "support/engine_sweep.h"
@@ -289,7 +288,7 @@ TEST_F(CallGuard, CanvasesThatCannotTakeTheSweepAreRefused) {
   const int w = sim.width(), h = sim.height();
   Engine e(w, h, 3 * w);
   void* handle = engine = e.handle();
-  auto* merger = static_cast<OrreryEngine*>(handle)->merger;
+  const OrreryEngine& facade = *static_cast<OrreryEngine*>(handle);
   const std::string sweep = format("cannot take a horizontal sweep of %dx%d frames", w, h);
   const std::string layout = "needs even sides and one buffer, VU behind Y";
   const struct {
@@ -299,7 +298,7 @@ TEST_F(CallGuard, CanvasesThatCannotTakeTheSweepAreRefused) {
   } cases[] = {{w - 2, h, 0, false, sweep},     {3 * w, h - 2, 0, false, sweep},
                {3 * w, h + 2, 0, false, sweep}, {3 * w + 1, h, 0, false, layout},
                {3 * w, h, 64, false, layout},   {3 * w, h, 0, true, layout}};
-  for (zolt::sim::SimFrame f; !merger->panoInitialised && sim.next(f);) {
+  for (zolt::sim::SimFrame f; !facade.hasPanorama() && sim.next(f);) {
     zolt::test::FrameReport r = e.select(f.nv21.data());
     if (r.key == 1) {
       ASSERT_EQ(r.direction, MOVE_RIGHT);
@@ -312,13 +311,13 @@ TEST_F(CallGuard, CanvasesThatCannotTakeTheSweepAreRefused) {
                        c.why.c_str()),
                 [&] { return addImage(handle, &bad); });
         EXPECT_EQ(std::count(bytes.begin(), bytes.end(), 7), static_cast<long>(bytes.size()));
-        EXPECT_FALSE(merger->panoInitialised);
+        EXPECT_FALSE(facade.hasPanorama());
       }
     }
     e.add(r);
-    EXPECT_EQ(merger->panoInitialised, r.key == 1);  // the right canvas takes the first key frame
+    EXPECT_EQ(facade.hasPanorama(), r.key == 1);  // the right canvas takes the first key frame
   }
-  EXPECT_TRUE(merger->panoInitialised);
+  EXPECT_TRUE(facade.hasPanorama());
   // Now there is a panorama, but no folder to write it to.
   const std::string nowhere = "/nonexistent-folder/zolt/pano.jpg";
   ZOLT_PANO_SaveImage(handle, "/nonexistent-folder/zolt/pano");

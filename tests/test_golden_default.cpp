@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -146,6 +147,8 @@ Outcome run(const Golden& g, bool optionsAtZero) {
   out.track = track.hex();
   return out;
 }
+
+void PrintTo(const Golden& g, std::ostream* os) { *os << g.name; }
 
 class GoldenDefault : public ::testing::TestWithParam<Golden> {};
 

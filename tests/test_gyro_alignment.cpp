@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 #include <opencv2/calib3d.hpp>
 
-#include "api/zolt_pano_ext.h"
+#include "zolt_pano_ext.h"
 #include "sim/sweep_simulator.h"
 #include "support/sim_sweep.h"
 #include "tools/gyro_alignment.h"

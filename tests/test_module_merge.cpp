@@ -11,6 +11,7 @@
 
 #include "module_merge_fixtures.h"
 #include "support/log_capture.h"
+#include "zolt_pano_ext.h"
 
 using namespace zolt::test;
 
@@ -28,7 +29,7 @@ TEST(ModuleMerge, FirstFramePlacementAllDirections) {
   const int fw = 10, fh = 6;
   for (int d = 0; d <= 4; ++d) {
     SCOPED_TRACE(d);
-    const bool horizontal = d <= 2;
+    const bool horizontal = ZOLT_PANO_IsHorizontalSweep(d);
     const int pw = horizontal ? 24 : fw, ph = horizontal ? fh : 16;
     Canvas canvas(pw, ph, 7, 9);
     ModuleMerge m(fw, fh);
@@ -218,7 +219,7 @@ TEST(ModuleMerge, RealPhotoSweepsAllDirections) {
   const int fw = 480, fh = 320;
   for (const auto& s : sweeps) {
     SCOPED_TRACE(testing::Message() << s.dir << (s.exact ? " even" : ""));
-    const bool horizontal = s.dir <= 2;
+    const bool horizontal = ZOLT_PANO_IsHorizontalSweep(s.dir);
     Canvas canvas(horizontal ? 1300 : fw, horizontal ? fh : 760);
     ModuleMerge m(fw, fh);
     for (const cv::Point& p : s.at) {

@@ -15,6 +15,7 @@
 #include "support/engine_sweep.h"
 #include "support/log_capture.h"
 #include "support/sim_sweep.h"
+#include "zolt_pano_ext.h"
 
 using namespace zolt::test;
 
@@ -54,10 +55,10 @@ struct Sweep {
 // canvas (0, 0) lies in the scene.
 Canvas merged(const Sweep& s, const std::vector<double>& gains, bool compensate, cv::Point* origin,
               bool grey = false) {
-  const bool horizontal = s.dir <= 2;
+  const bool horizontal = ZOLT_PANO_IsHorizontalSweep(s.dir);
   Canvas canvas(horizontal ? 1000 : kSide, horizontal ? kSide : 1000);
   ModuleMerge m(kSide, kSide);
-  m.exposureCompensation = compensate;
+  m.configure({compensate});
   for (size_t k = 0; k < s.at.size(); ++k) {
     Frame f;
     exposedFrame(f, s.at[k], gains[k], grey);
@@ -76,7 +77,7 @@ std::vector<double> brightness(Canvas& c, const Sweep& s, cv::Point origin) {
     f.nvCvt2NV21(scene());
     return f.yMat.clone();
   }();
-  const bool horizontal = s.dir <= 2;
+  const bool horizontal = ZOLT_PANO_IsHorizontalSweep(s.dir);
   const int along = horizontal ? c.w() : c.h();
   std::vector<double> p(along, 0.0);
   for (int a = 0; a < along; ++a) {
@@ -119,7 +120,7 @@ TEST(ModuleMergeExposure, StepAtTheSeamVanishesAllDirections) {
   const std::vector<double> gains = {1.0, 1.05, 1.0};
   for (const Sweep& s : kSweeps) {
     SCOPED_TRACE(s.dir);
-    const bool horizontal = s.dir <= 2;
+    const bool horizontal = ZOLT_PANO_IsHorizontalSweep(s.dir);
     for (bool on : {false, true}) {
       cv::Point origin;
       Canvas c = merged(s, gains, on, &origin);

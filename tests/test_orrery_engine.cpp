@@ -1,4 +1,4 @@
-// The engine facade's own rules, with the tracker's and merger's state set by hand.
+// The engine facade's own rules, with the tracker's report and the merger's state set by hand.
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -27,7 +27,7 @@ struct Engine : testing::Test {
 // tracker already stopped) and logs each state's one line.
 TEST_F(Engine, ErrorGateStopsOnlyOnAFullCanvas) {
   zolt::test::LogCapture log;
-  e.tracker->errCode = WARN_MOVE_SLOPE;
+  e.tracker->report.code = WARN_MOVE_SLOPE;
   const struct { int ui, merge; bool pass; const char* line; } cases[] = {
       {0, 0, true, ""},
       {2, 0, true, "warn: please move slow"},
@@ -42,7 +42,7 @@ TEST_F(Engine, ErrorGateStopsOnlyOnAFullCanvas) {
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.ui << "/" << c.merge);
     log.clear();
-    e.tracker->uiState = c.ui;
+    e.tracker->report.ui = static_cast<UiState>(c.ui);
     e.merger->mergeState = c.merge;
     long code = 0;
     EXPECT_EQ(e.error_condition_check(code), c.pass);
@@ -59,7 +59,7 @@ TEST_F(Engine, ErrorGateStopsOnlyOnAFullCanvas) {
 // A full canvas: neither call reads the frame nor writes an output, both return the last code.
 TEST_F(Engine, FullCanvasRefusesFramesAndKeepsTheLastCode) {
   e.merger->mergeState = 6;
-  e.tracker->errCode = ERR_TRACE_TOO_QUICK;
+  e.tracker->report.code = ERR_TRACE_TOO_QUICK;
   zolt::test::LogCapture log;
   tsPOINT off{11, 22};
   long key = 5;
@@ -79,31 +79,30 @@ TEST_F(Engine, FullCanvasRefusesFramesAndKeepsTheLastCode) {
 
 // Offsets in preview pixels, truncated toward zero; a key frame only once a direction is decided.
 TEST_F(Engine, OffsetsAreTruncatedAndTheCrossAxisFollowsTheKeyFrameTrack) {
-  ModuleTrack& t = *e.tracker;
-  t.meanOffX = 10.9 * t.scale;  // tracker units
-  t.meanOffY = -4.6 * t.scale;
-  t.globalCamPoseX = 250.0, t.globalCamPoseY = 3.7;
+  TrackReport& t = e.tracker->report;
+  t.offset = {10.9, -4.6};
+  t.keyPose = {250.0, 3.7};
   tsPOINT off{};
   long key = 0;
-  t.bKeyFrame = true, t.moveDir = MOVE_RIGHT;
+  t.keyFrame = true, t.direction = MOVE_RIGHT;
   e.GrabInfo_Tracking(&off, &key);
   EXPECT_EQ(cv::Point(off.x, off.y), cv::Point(-10, 4));  // x: the opposite sign of SelectFrame's
   EXPECT_EQ(key, 1);
-  t.moveDir = MOVE_NONE;
+  t.direction = MOVE_NONE;
   e.GrabInfo_Tracking(&off, &key);
   EXPECT_EQ(key, 0);  // no key frame before a direction is decided
 }
 
 // Progress in percent of the canvas side along the sweep, also for frames that merge nothing.
 TEST_F(Engine, ProgressIsSweepLengthOverTheCanvasExtentOnEveryCall) {
-  ModuleTrack& t = *e.tracker;
-  t.progress = 1500, t.bKeyFrame = false, t.moveDir = MOVE_RIGHT;
+  TrackReport& t = e.tracker->report;
+  t.sweepLength = 1500, t.keyFrame = false, t.direction = MOVE_RIGHT;
   zolt::test::Nv21Buffer pano(3000, 720);
   tsRECT rect{};
   int progress = 0;
   e.provideNV21Image_AddImage(&pano.rec, &rect, &progress);
   EXPECT_EQ(progress, 50);
-  t.moveDir = MOVE_NONE;  // undecided: against the canvas height
+  t.direction = MOVE_NONE;  // undecided: against the canvas height
   e.provideNV21Image_AddImage(&pano.rec, &rect, &progress);
   EXPECT_EQ(progress, 208);
   EXPECT_EQ(e.mergeFrames, 0);

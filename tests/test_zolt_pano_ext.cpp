@@ -210,14 +210,25 @@ TEST(ZoltPanoExt, CameraFieldOfViewTakesItsRangeBeforeTheFirstFrame) {
     EXPECT_EQ(message, r.message);
     EXPECT_TRUE(t.fx == fx && t.fy == fy && t.hfovDeg == ModuleTrack::kHfovDeg) << r.value;
   }
+  // The last value set before the first frame is the one the tracker gets with that frame; 0
+  // puts the fixed camera back.
   const double f = 200.0 / std::tan(69.8 * CV_PI / 360.0);
   for (int value : {6980, 0, 6980}) {
     ASSERT_EQ(ZOLT_PANO_SetOption(h, ZOLT_PANO_OPTION_CAMERA_HFOV, value), 0);
     EXPECT_EQ(takeError(h), 0);
-    EXPECT_NEAR(t.fx, value == 0 ? fx : f, 1e-9);
-    EXPECT_NEAR(t.fy, value == 0 ? fy : f, 1e-9);
   }
+  EXPECT_TRUE(t.fx == fx && t.fy == fy);  // held until the first frame
   engine.select(Bytes(1280 * 720 * 3 / 2, 100).data());
+  EXPECT_NEAR(t.fx, f, 1e-9);
+  EXPECT_NEAR(t.fy, f, 1e-9);
+  {
+    Engine back;
+    const ModuleTrack& b = *static_cast<OrreryEngine*>(back.handle())->tracker;
+    ASSERT_EQ(ZOLT_PANO_SetOption(back.handle(), ZOLT_PANO_OPTION_CAMERA_HFOV, 6980), 0);
+    ASSERT_EQ(ZOLT_PANO_SetOption(back.handle(), ZOLT_PANO_OPTION_CAMERA_HFOV, 0), 0);
+    back.select(Bytes(1280 * 720 * 3 / 2, 100).data());
+    EXPECT_TRUE(b.fx == fx && b.fy == fy && b.hfovDeg == ModuleTrack::kHfovDeg);
+  }
   EXPECT_EQ(ZOLT_PANO_SetOption(h, ZOLT_PANO_OPTION_CAMERA_HFOV, 0), ZOLT_PANO_ERR_BAD_OPTION);
   std::string message;
   EXPECT_EQ(takeError(h, &message), ZOLT_PANO_ERR_BAD_OPTION);
@@ -320,7 +331,7 @@ TEST(ZoltPanoExt, CanvasSizeFitsEachDirectionAndRefusesWhatCannotBe) {
     EXPECT_EQ(cw * 10000 + ch, w * 10000 + h);
     for (int dir = 1; dir <= 4; ++dir) {
       SCOPED_TRACE(testing::Message() << w << "x" << h << " direction " << dir);
-      const bool horizontal = dir <= 2;
+      const bool horizontal = ZOLT_PANO_IsHorizontalSweep(dir);
       const int along = horizontal ? w : h;
       const double fovDeg = along == std::max(w, h) ? 62.2 : 39.8;
       ASSERT_EQ(ZOLT_PANO_CanvasSize(w, h, dir, 0, &cw, &ch), 0);

@@ -1,4 +1,5 @@
 #include "tools/capture.h"
+#include "zolt_pano_ext.h"
 
 #include <chrono>
 
@@ -43,7 +44,7 @@ void Capture::placeKeyFrame(const FrameRecord& f, const tsRECT& before) {
       break;
     default: break;
   }
-  const bool moved = first || (isHorizontal(rec.direction)
+  const bool moved = first || (ZOLT_PANO_IsHorizontalSweep(rec.direction)
                                    ? (rect.left != before.left || rect.right != before.right)
                                    : (rect.top != before.top || rect.bottom != before.bottom));
   if (!moved) return;
@@ -59,7 +60,7 @@ void Capture::finish(int endCode) {
     encodeMs = msSince(t0);
     const tsRECT& r = session.validRect();
     rec.panoramaSize = cv::Size(r.right - r.left, r.bottom - r.top);
-    rec.length = isHorizontal(rec.direction) ? rec.panoramaSize.width : rec.panoramaSize.height;
+    rec.length = ZOLT_PANO_IsHorizontalSweep(rec.direction) ? rec.panoramaSize.width : rec.panoramaSize.height;
   }
   session.release();
 }

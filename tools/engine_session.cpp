@@ -20,8 +20,6 @@ double msSince(Clock::time_point t0) {
   return std::chrono::duration<double, std::milli>(Clock::now() - t0).count();
 }
 
-bool isHorizontal(int d) { return d == MOVE_RIGHT || d == MOVE_LEFT; }
-
 std::string engineMessage(void* handle) {
   char text[256];
   const int code = ZOLT_PANO_GetLastError(handle, text, sizeof text);
@@ -106,7 +104,7 @@ FrameRecord EngineSession::feed(const uint8_t* nv21, double timeMs) {
 }
 
 void EngineSession::makeCanvas(int direction) {
-  const bool horiz = isHorizontal(direction);
+  const bool horiz = ZOLT_PANO_IsHorizontalSweep(direction);
   cv::Size c = opt_.canvas;
   if (c.width > 0) {
     const bool fits = horiz ? (c.height == h_ && c.width > w_) : (c.width == w_ && c.height > h_);

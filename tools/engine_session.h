@@ -15,7 +15,8 @@
 
 #include <opencv2/core.hpp>
 
-#include "api/zolt_pano.h"
+#include "zolt_pano.h"
+#include "zolt_pano_ext.h"
 
 namespace zolt::tools {
 
@@ -126,8 +127,6 @@ class EngineLog {
 // "the engine refused ...": the engine's kept message for the handle (or the thread with a null
 // handle), for a tool's one-line error.
 std::string engineMessage(void* handle);
-
-bool isHorizontal(int direction);
 
 // Wall-clock milliseconds since t0: the unit of every stage time the tools report.
 double msSince(std::chrono::steady_clock::time_point t0);

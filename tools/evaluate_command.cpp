@@ -18,6 +18,7 @@
 #include "tools/metrics.h"
 #include "tools/stitch_cli.h"
 #include "tools/stitch_session.h"
+#include "zolt_pano_ext.h"
 
 namespace zolt::tools {
 namespace {
@@ -56,7 +57,7 @@ Evaluation evaluate(const StitchResult& r, const sim::SweepReader& reader,
     placed.emplace_back(k.canvas.x, k.canvas.y);
     truth.emplace_back(t.x, t.y);
   }
-  const bool horizontal = isHorizontal(r.direction);
+  const bool horizontal = ZOLT_PANO_IsHorizontalSweep(r.direction);
   e.placement = placementErrors(placed, truth, horizontal);
   e.errors = spread(e.placement.errors);
   cv::Point guess(0, 0);

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "api/zolt_pano_ext.h"
+#include "zolt_pano_ext.h"
 #include "tools/command.h"
 #include "tools/gyro_alignment.h"
 #include "tools/gyro_feed.h"

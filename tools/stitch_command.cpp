@@ -40,7 +40,7 @@ int runStitch(StitchArgs& a) {
               a.common.input.c_str(), r.inputFrames, r.keyFrames.size(),
               directionName(r.direction).c_str(), gate.passed ? "panorama" : "refused picture",
               r.panorama.cols, r.panorama.rows, r.panoramaPath.c_str(),
-              skyStep(r.panorama, isHorizontal(r.direction)),
+              skyStep(r.panorama, ZOLT_PANO_IsHorizontalSweep(r.direction)),
               r.frames.size() * 1000.0 / std::max(1e-3, r.selectMs + r.addMs));
   if (gate.judged) std::printf("quality gate: %s\n", describe(gate).c_str());
   if (!opt.gyroPath.empty()) {

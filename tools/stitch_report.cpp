@@ -10,6 +10,7 @@
 
 #include "tools/stitch_progress.h"
 #include "tools/stitch_session.h"
+#include "zolt_pano_ext.h"
 
 namespace zolt::tools {
 namespace {
@@ -54,7 +55,7 @@ cv::Mat drawPanorama(const StitchResult& r) {
   scaled.copyTo(view);
 
   const cv::Point origin = panoramaOrigin(r);
-  const bool horiz = r.direction == MOVE_RIGHT || r.direction == MOVE_LEFT;
+  const bool horiz = ZOLT_PANO_IsHorizontalSweep(r.direction);
   const cv::Scalar outline[2] = {{255, 200, 0}, {255, 0, 255}};
   std::vector<std::pair<cv::Point, cv::Point>> centres;
   // Beyond kMaxDrawn key frames the outlines would hide the picture: every n-th is drawn.

@@ -125,8 +125,8 @@ class StitchRun {
     capture_->finish(endCode);
     CaptureRecord& rec = capture_->rec;
     if (opt_.qualityGate && !capture_->jpeg.empty())
-      rec.gate = judgeCapture(keyEvidence_, r_.travel, isHorizontal(rec.direction),
-                              isHorizontal(rec.direction) ? source_.width() : source_.height());
+      rec.gate = judgeCapture(keyEvidence_, r_.travel, ZOLT_PANO_IsHorizontalSweep(rec.direction),
+                              ZOLT_PANO_IsHorizontalSweep(rec.direction) ? source_.width() : source_.height());
     keyEvidence_ = KeyFrameEvidence();
     const auto t0 = Clock::now();
     rec.panoramaPath = outputs_.writeJpeg(capture_->jpeg, "_capture" + std::to_string(rec.number) +
@@ -207,14 +207,14 @@ int defaultSweepLength(int w, int h) { return 6 * std::max(w, h) - 1; }
 double placedTravelPx(const StitchResult& r) {
   if (r.keyFrames.empty()) return 0.0;
   const cv::Point d = r.keyFrames.back().canvas.tl() - r.keyFrames.front().canvas.tl();
-  return std::abs(isHorizontal(r.direction) ? d.x : d.y);
+  return std::abs(ZOLT_PANO_IsHorizontalSweep(r.direction) ? d.x : d.y);
 }
 
 double measuredTravelPx(const StitchResult& r, bool centre) {
   if (r.keyFrames.empty()) return 0.0;
   const ChainedTravel& t = centre ? r.centreTravel : r.travel;
   const cv::Point2d d = t.at(r.keyFrames.back().frame) - t.at(r.keyFrames.front().frame);
-  return std::fabs(isHorizontal(r.direction) ? d.x : d.y);
+  return std::fabs(ZOLT_PANO_IsHorizontalSweep(r.direction) ? d.x : d.y);
 }
 
 cv::Point panoramaOrigin(const StitchResult& r) {

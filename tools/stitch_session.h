@@ -12,7 +12,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "api/zolt_pano.h"
+#include "zolt_pano.h"
 #include "tools/capture.h"
 #include "tools/frame_source.h"
 #include "tools/metrics.h"

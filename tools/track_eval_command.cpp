@@ -79,7 +79,8 @@ SweepResult runOne(const sim::SweepConfig& cfg, bool withGyro) {
   options.gyro = gyro.get();
   EngineSession session(cfg.width, cfg.height, options);
   const OrreryEngine& engine = *static_cast<const OrreryEngine*>(session.handle());
-  const ModuleTrack& tracker = *engine.tracker;
+  const ModuleTrack& tracker = *engine.tracker;  // its gyroscope camera, for the prediction
+  const TrackReport& report = tracker.report;
   SweepResult r;
   sim::SimFrame f;
   bool fixed = false;
@@ -96,20 +97,20 @@ SweepResult runOne(const sim::SweepConfig& cfg, bool withGyro) {
       r.gyroErrors.push_back(std::hypot(x - (f.truth.dx - refTruth.x) * tracker.scale,
                                         y - (f.truth.dy - refTruth.y) * tracker.scale));
     }
-    if (f.index == 0 || (tracker.moveDir != MOVE_NONE && tracker.bKeyFrame))
+    if (f.index == 0 || (report.direction != MOVE_NONE && report.keyFrame))
       refTruth = {f.truth.dx, f.truth.dy};
     ++r.frames;
     if (rec.code != SUCCESS && rec.code != INFO_TRACE_FIRST_FRAME) ++r.codes[rec.code];
-    if (!fixed && tracker.moveDir != MOVE_NONE) {
+    if (!fixed && report.direction != MOVE_NONE) {
       fixed = true;
       fix = {f.truth.x, f.truth.y};
       prevTruth = prevPose = floorPos = {0, 0};
     }
-    if (tracker.moveDir != MOVE_NONE && tracker.bKeyFrame) {
+    if (report.direction != MOVE_NONE && report.keyFrame) {
       ++r.keyFrames;
       // Positions as displacements since the direction was fixed (the pose runs against them).
       const cv::Point2d truth(f.truth.x - fix.x, f.truth.y - fix.y);
-      const cv::Point2d pose(-tracker.globalCamPoseX, -tracker.globalCamPoseY);
+      const cv::Point2d pose = -report.keyPose;
       r.errors.push_back(cv::norm(pose - truth));
       const cv::Point2d truthStep = truth - prevTruth, poseStep = pose - prevPose;
       floorPos += cv::Point2d(std::round(truthStep.x), std::round(truthStep.y));
@@ -121,7 +122,7 @@ SweepResult runOne(const sim::SweepConfig& cfg, bool withGyro) {
       r.sweptLength = std::fabs(cfg.horizontalSweep() ? truth.x : truth.y);
     }
   }
-  r.directionRight = tracker.moveDir == static_cast<int>(cfg.direction);
+  r.directionRight = report.direction == static_cast<int>(cfg.direction);
   return r;
 }
 

@@ -1,4 +1,5 @@
 #include "tracker/feat.h"
+#include "zolt_pano_ext.h"
 
 #include <cstdlib>
 #include <new>
@@ -28,10 +29,10 @@ void Feat::updateGridCount(std::vector<cv::Point2f>& pts, MoveDirection dir) {
   blocks.clear();
   // Upper bounds exclusive; the last column and row may be partial and are never searched.
   int c0 = 0, c1 = gridCols - 1, r0 = 0, r1 = gridRows - 1;
-  if (dir == MOVE_RIGHT || dir == MOVE_LEFT) {
+  if (ZOLT_PANO_IsHorizontalSweep(dir)) {
     c0 = colMargin;
     c1 = gridCols - 1 - colMargin;
-  } else if (dir == MOVE_DOWN || dir == MOVE_UP) {
+  } else if (dir != MOVE_NONE) {
     r0 = rowMargin;
     r1 = gridRows - 1 - rowMargin;
   }

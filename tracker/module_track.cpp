@@ -136,6 +136,7 @@ ModuleTrack::ModuleTrack(int width, int height)
   pixelAlign.searchUsingHstrip(preImgHighRes, preImgHighRes,
                                {width / 2, height / 2, 0, 0, roundedWidth60, trackParam8B,
                                 trackParam8C, trackParam16});
+  fillReport();
 }
 
 void ModuleTrack::setFieldOfView(double hfov) {
@@ -191,6 +192,38 @@ void ModuleTrack::visionFailedWithoutGyro() {
   bKeyFrame = false;
   errCode = ERR_TRACE_NO_FEATURE;
   ZLOGE("ComputeOffXY_Vision: Error code updated to ERR_TRACE_NO_FEATURE :  %X", errCode);
+}
+
+bool ModuleTrack::offsetFromGyroscope(NV21Img& img) {
+  if (pSensorHandle == nullptr) {
+    visionFailedWithoutGyro();
+    return false;
+  }
+  prePts.clear();
+  curPts.clear();
+  meanOffX = 0.0;
+  meanOffY = 0.0;
+  ComputeOffXY_IMU(meanOffX, meanOffY, img);
+  return true;
+}
+
+void ModuleTrack::configure(const TrackerOptions& options) {
+  options_ = options;
+  setFieldOfView(options.hfovDeg);
+}
+
+void ModuleTrack::fillReport() {
+  report.offset = cv::Point2d(meanOffX / scale, meanOffY / scale);
+  report.keyPose = cv::Point2d(globalCamPoseX, globalCamPoseY);
+  report.placement = placementPose();
+  report.keyFrame = bKeyFrame;
+  report.direction = static_cast<MoveDirection>(moveDir);
+  report.code = errCode;
+  report.ui = static_cast<UiState>(uiState);
+  report.sweepLength = progress;
+  report.copyTicks = copyTicks;
+  report.sadMillis = sadMillis;
+  report.reservedCount = reservedCount;
 }
 
 void ModuleTrack::downscaleToCurrent(const cv::Mat& frame) {
@@ -274,6 +307,7 @@ bool ModuleTrack::tracking(NV21Img& img, double* eulerAngles, double* rotMat) {
       failCount = 0;
     }
   }
+  fillReport();
   return result;
 }
 
@@ -297,17 +331,7 @@ bool ModuleTrack::estimate_direction(NV21Img& img, cv::Mat cur, double* eulerAng
   bKeyFrame = false;
   if (eulerAngles != nullptr) std::copy(eulerAngles, eulerAngles + 3, curEulerGyro);
   if (rotMat != nullptr) std::copy(rotMat, rotMat + 9, curRMatGyro);
-  if (!ComputeOffXY_Vision(img)) {
-    if (pSensorHandle == nullptr) {
-      visionFailedWithoutGyro();
-      return false;
-    }
-    prePts.clear();
-    curPts.clear();
-    meanOffX = 0.0;
-    meanOffY = 0.0;
-    ComputeOffXY_IMU(meanOffX, meanOffY, img);
-  }
+  if (!ComputeOffXY_Vision(img) && !offsetFromGyroscope(img)) return false;
   ZLOGI("Error codes JustifyUI used");
   const int ok = JustifyUI_Error_codes();
   if (moveDir != MOVE_NONE) {
@@ -336,17 +360,7 @@ bool ModuleTrack::tracking_frames(cv::Mat cur, NV21Img& img, double* eulerAngles
   if (rotMat != nullptr) std::copy(rotMat, rotMat + 9, curRMatGyro);
   ZLOGW("[Tracking] :tracking width = %d and height =%d ", curImg.cols, curImg.rows);
   const int64_t t0 = zolt::wallClockMs();
-  if (!ComputeOffXY_Vision(img)) {
-    if (pSensorHandle == nullptr) {
-      visionFailedWithoutGyro();
-      return false;
-    }
-    meanOffX = 0.0;
-    meanOffY = 0.0;
-    prePts.clear();
-    curPts.clear();
-    ComputeOffXY_IMU(meanOffX, meanOffY, img);
-  }
+  if (!ComputeOffXY_Vision(img) && !offsetFromGyroscope(img)) return false;
   ZLOGW("Error codes JustifyUI used");
   if (!JustifyUI_Error_codes()) {
     ZLOGE("JustifyUI_Error_codes returned false");
@@ -363,9 +377,15 @@ bool ModuleTrack::tracking_frames(cv::Mat cur, NV21Img& img, double* eulerAngles
   return true;
 }
 
+cv::Point2d ModuleTrack::keyFramePose() const {
+  return options_.subPixelPlacement && fine.started() ? fine.pose()
+                                                      : cv::Point2d(globalCamPoseX, globalCamPoseY);
+}
+
 cv::Point2d ModuleTrack::placementPose() const {
-  return subPixelPlacement && fine.started() ? fine.pose()
-                                             : cv::Point2d(globalCamPoseX, globalCamPoseY);
+  const cv::Point2d p = keyFramePose();
+  if (!options_.subPixelPlacement) return p;  // the merger truncates it
+  return cv::Point2d(static_cast<double>(std::lround(p.x)), static_cast<double>(std::lround(p.y)));
 }
 
 void ModuleTrack::UpdateState(cv::Mat cur, NV21Img& img) {
@@ -380,9 +400,9 @@ void ModuleTrack::UpdateState(cv::Mat cur, NV21Img& img) {
   EstimateProgress();
   globalCamPoseX -= meanOffX / scale;
   globalCamPoseY -= meanOffY / scale;
-  if (subPixelPlacement) {
+  if (options_.subPixelPlacement) {
     fine.place(preImgHighRes, cv::Point2d(globalCamPoseX, globalCamPoseY),
-               moveDir == MOVE_RIGHT || moveDir == MOVE_LEFT);
+               ZOLT_PANO_IsHorizontalSweep(moveDir));
   }
   ZLOGI("GlobalCampose = %lf x %lf in UpdateState for Frame = %d detected PrevPtsSize: %d",
         globalCamPoseX, globalCamPoseY, frameIdx, static_cast<int>(prePts.size()));

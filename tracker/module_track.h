@@ -15,6 +15,8 @@
 #include "tracker/feat_fast_shi_tomasi.h"
 #include "tracker/fine_placement.h"
 #include "tracker/pixel_alignment.h"
+#include "tracker/track_report.h"
+#include "tracker/tracker_options.h"
 #include "zolt_pano.h"
 
 class ZOLT_PANO_EXPORT ModuleTrack {
@@ -117,10 +119,9 @@ class ZOLT_PANO_EXPORT ModuleTrack {
   double tooQuickY;
   int32_t failCount;
 
-  // ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT: key frames are also placed below a pixel (`fine`), and
-  // the progress and the merger's placement follow that pose. Off: the whole-pixel pose alone.
-  bool subPixelPlacement = false;
-  FinePlacement fine;
+  FinePlacement fine;  // the sub-pixel pose of the key frames, with that option
+  // Filled at the end of every frame (and at construction): what the rest of the engine reads.
+  TrackReport report;
 
   // Throws std::exception when either side is 640 or less.
   ModuleTrack(int width, int height);
@@ -129,6 +130,8 @@ class ZOLT_PANO_EXPORT ModuleTrack {
   ModuleTrack& operator=(const ModuleTrack&) = delete;
 
   void trace_too_quick_params(tag_ZOLT_PANO_INNER_PARAM* param);
+  // The options, once, before the first frame; allocates nothing and cannot throw.
+  void configure(const TrackerOptions& options);
   // ZOLT_PANO_OPTION_CAMERA_HFOV: the camera matrix of the gyroscope's prediction for a lens of
   // hfov degrees across the frame's width (above 0, below 180), square pixels, principal point
   // kept. 0: the fixed camera, as constructed. After construction it allocates nothing and
@@ -142,9 +145,12 @@ class ZOLT_PANO_EXPORT ModuleTrack {
   bool tracking_frames(cv::Mat cur, NV21Img& img, double* eulerAngles, double* rotMat);
   void UpdateState(cv::Mat cur, NV21Img& img);
   void UpdateRefPoints_OnFailure(cv::Mat ref);
-  // Where the merger lays the last key frame: the fine pose with sub-pixel placement, else
-  // globalCamPoseX / Y.
+  // Where the merger lays the last key frame: globalCamPoseX / Y, or with sub-pixel placement
+  // the fine pose (once it has started), rounded to the nearest pixel.
   cv::Point2d placementPose() const;
+  // The last key frame's pose: the fine pose with sub-pixel placement (once started), else
+  // globalCamPoseX / Y.
+  cv::Point2d keyFramePose() const;
 
   // Vision offset (module_track_vision.cpp).
   bool ComputeOffXY_Vision(NV21Img& img);
@@ -206,7 +212,12 @@ class ZOLT_PANO_EXPORT ModuleTrack {
   // The preview's luma scaled to the tracking size into curImg (the board's resize variant).
   void downscaleToCurrent(const cv::Mat& frame);
   void makeCurrentTheReference();  // exchange preImg and curImg (and their pyramids)
+  TrackerOptions options_;
   void visionFailedWithoutGyro();
+  // Where vision could not follow the frame: the gyroscope's offset, or without a gyroscope a
+  // lost frame (false).
+  bool offsetFromGyroscope(NV21Img& img);
+  void fillReport();
   int checkSweep(bool horizontal);
 };
 

@@ -7,6 +7,7 @@
 
 #include "platform/log.h"
 #include "tracker/module_track.h"
+#include "zolt_pano_ext.h"
 
 namespace {
 
@@ -40,7 +41,6 @@ const DirectionTexts& textsFor(int dir) {
   return kTexts[dir - 1];
 }
 
-bool horizontalSweep(int dir) { return dir == MOVE_RIGHT || dir == MOVE_LEFT; }
 bool knownDirection(int dir) { return dir >= MOVE_RIGHT && dir <= MOVE_UP; }
 // +1 for the sweeps with positive offsets (right, down), -1 for the others.
 double forwardSign(int dir) { return (dir == MOVE_RIGHT || dir == MOVE_DOWN) ? 1.0 : -1.0; }
@@ -67,7 +67,7 @@ int ModuleTrack::JustifyUI_Error_codes() {
     return 1;
   }
   if (!knownDirection(moveDir)) return 1;
-  return checkSweep(horizontalSweep(moveDir));
+  return checkSweep(ZOLT_PANO_IsHorizontalSweep(moveDir));
 }
 
 int ModuleTrack::checkSweep(bool horizontal) {
@@ -103,7 +103,7 @@ int ModuleTrack::checkSweep(bool horizontal) {
 int ModuleTrack::Offset_expected_dir_err_check() {
   bKeyFrame = true;
   if (!knownDirection(moveDir)) return 1;
-  const bool horizontal = horizontalSweep(moveDir);
+  const bool horizontal = ZOLT_PANO_IsHorizontalSweep(moveDir);
   const double o = forwardSign(moveDir) * (horizontal ? meanOffX : meanOffY);
   const double tooQuick = horizontal ? tooQuickX : tooQuickY;
   const int32_t t = horizontal ? traceTooQuickX : traceTooQuickY;
@@ -127,7 +127,7 @@ int ModuleTrack::Offset_expected_dir_err_check() {
 int ModuleTrack::Offset_NOT_expected_dir_err_check() {
   bKeyFrame = false;
   if (!knownDirection(moveDir)) return 0;
-  const bool horizontal = horizontalSweep(moveDir);
+  const bool horizontal = ZOLT_PANO_IsHorizontalSweep(moveDir);
   const double o = forwardSign(moveDir) * (horizontal ? meanOffX : meanOffY);
   const double back = horizontal ? backOffX : backOffY;
   const double wrong = horizontal ? wrongOffX : wrongOffY;
@@ -167,10 +167,10 @@ int calculate_quad(float x, float y) {
 }
 
 void ModuleTrack::EstimateProgress() {
-  const cv::Point2d pose = placementPose();
-  if (horizontalSweep(moveDir)) {
+  const cv::Point2d pose = keyFramePose();
+  if (ZOLT_PANO_IsHorizontalSweep(moveDir)) {
     progress = frameWidth + std::abs(static_cast<int>(pose.x));
-  } else if (moveDir == MOVE_DOWN || moveDir == MOVE_UP) {
+  } else if (moveDir != MOVE_NONE) {
     progress = frameHeight + std::abs(static_cast<int>(pose.y));
   }
 }

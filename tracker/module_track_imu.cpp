@@ -11,6 +11,7 @@
 #include "platform/log.h"
 #include "sensor/sensor_handle.h"
 #include "tracker/module_track.h"
+#include "zolt_pano_ext.h"
 
 namespace {
 
@@ -69,7 +70,7 @@ PixelAlignment::Result ModuleTrack::searchStripIMU(const cv::Mat& cur, const cv:
                                                    int rangeAlong, int rangeAcross) {
   // The strip is cut from the current image and searched for in the reference, as in the
   // vision path's refinement: a view that moved by the offset is found at the negated offset.
-  if (moveDir == MOVE_RIGHT || moveDir == MOVE_LEFT) {
+  if (ZOLT_PANO_IsHorizontalSweep(moveDir)) {
     return pixelAlign.searchUsingVstrip(
         cur, ref, {cur.cols / 2, cur.rows / 2, predX, predY, trackParam8A, stripAlong, rangeAlong,
                    rangeAcross});
@@ -101,8 +102,8 @@ int ModuleTrack::ComputeOffXY_IMU(double& offX, double& offY, NV21Img& img) {
   ZLOGI("ComputeOffXY_IMU : MeanOff from IMU Rot in low res:  %.3f x %.3f for Frame[%d] ",
         static_cast<float>(offX), static_cast<float>(offY), frameIdx);
 
-  const bool horizontalSweep = moveDir == MOVE_RIGHT || moveDir == MOVE_LEFT;
-  const bool verticalSweep = moveDir == MOVE_DOWN || moveDir == MOVE_UP;
+  const bool horizontalSweep = ZOLT_PANO_IsHorizontalSweep(moveDir);
+  const bool verticalSweep = moveDir != MOVE_NONE && !horizontalSweep;
 
   // Low resolution: the strip search around the prediction, as far as the texture allows.
   const int64_t t0 = zolt::wallClockMs();
@@ -211,8 +212,11 @@ void ModuleTrack::regularizeCamPose() {
   uiState = 0;
   // The sideways drift of a vertical sweep reuses the up/down states on purpose.
   double* across = nullptr;
-  if (moveDir == MOVE_RIGHT || moveDir == MOVE_LEFT) across = &globalCamPoseY;
-  if (moveDir == MOVE_DOWN || moveDir == MOVE_UP) across = &globalCamPoseX;
+  if (ZOLT_PANO_IsHorizontalSweep(moveDir)) {
+    across = &globalCamPoseY;
+  } else if (moveDir != MOVE_NONE) {
+    across = &globalCamPoseX;
+  }
   if (across == nullptr) return;
   if (*across < -poseLimit) {
     *across = -poseLimit;

@@ -16,6 +16,7 @@
 #include "platform/log.h"
 #include "platform/system_property.h"
 #include "tracker/module_track.h"
+#include "zolt_pano_ext.h"
 
 namespace {
 
@@ -176,7 +177,7 @@ bool ModuleTrack::ComputeOffXY_Vision(NV21Img& img) {
     // moved by the (negated) start shift is then found at dx = -start, so the negated result is
     // the offset, reference minus current, in full-resolution pixels.
     PixelAlignment::Result r;
-    if (moveDir == MOVE_RIGHT || moveDir == MOVE_LEFT) {
+    if (ZOLT_PANO_IsHorizontalSweep(moveDir)) {
       const PixelAlignment::Input in{frameWidth / 2, frameHeight / 2, -sx,          -sy,
                                      trackParam8A,   roundedHeight60, trackParam16, trackParam8C};
       r = pixelAlign.searchUsingVstrip(frame, preImgHighRes, in);
@@ -330,7 +331,7 @@ void ModuleTrack::UpdateMeanXYByPts() {
     stdOffY = std::sqrt(vy / n);
     return;
   }
-  if (moveDir == MOVE_RIGHT || moveDir == MOVE_LEFT) {
+  if (ZOLT_PANO_IsHorizontalSweep(moveDir)) {
     static const double kColumnBands[5] = {80, 140, 200, 260, 320};
     const BandMean r = bandMean<4>(prePts, curPts, n, true, kColumnBands);
     double sy = 0.0;
@@ -339,7 +340,7 @@ void ModuleTrack::UpdateMeanXYByPts() {
     meanOffY = sy / n;
     stdOffX = r.stdAlong;
     stdOffY = r.stdAcross;
-  } else if (moveDir == MOVE_DOWN || moveDir == MOVE_UP) {
+  } else if (moveDir != MOVE_NONE) {
     static const double kRowBands[4] = {45, 90, 135, 180};
     const BandMean r = bandMean<3>(prePts, curPts, n, false, kRowBands);
     double sx = 0.0;

@@ -104,6 +104,12 @@ extern "C" {
 #define ZOLT_PANO_MOVE_DOWN 3
 #define ZOLT_PANO_MOVE_UP 4
 
+/* 1 for a sweep along the frame's width (right or left), else 0 (down, up, or none yet): which
+ * side of the canvas grows, and which component of the offset runs along the sweep. */
+static inline int ZOLT_PANO_IsHorizontalSweep(int direction) {
+  return direction == ZOLT_PANO_MOVE_RIGHT || direction == ZOLT_PANO_MOVE_LEFT;
+}
+
 /* Refusals: a call that was given something it cannot use, or that could not do its work. They
  * are never returned by ZOLT_PANO_SelectFrames (which keeps the codes of zolt_pano.h), only by
  * the calls of this header and by ZOLT_PANO_GetLastError. High nibble 0x9. */

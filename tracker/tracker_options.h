@@ -1,0 +1,11 @@
+// What the engine's options ask of the tracker; fixed before the first frame.
+#pragma once
+
+struct TrackerOptions {
+  // Key frames are also placed below a pixel (FinePlacement), and the progress and the merger's
+  // placement follow that pose. Off: the whole-pixel pose alone.
+  bool subPixelPlacement = false;
+  // The camera for the gyroscope's prediction: degrees across the frame's width; 0 the fixed
+  // camera.
+  double hfovDeg = 0.0;
+};
