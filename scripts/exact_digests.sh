@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Digests of `zoltpano stitch --mode exact` on every shared clip and on every simulator preset
 # (both camera models, with and without the gyroscope): one line per input with the MD5 of the
-# panorama JPEG and of its CSV less the timing columns. Run it before and after a change that
+# panorama JPEG and of its CSV less the timing columns, every run with the same RANSAC seed. Run it before and after a change that
 # must not move the default engine, and diff the two outputs.
 #   scripts/exact_digests.sh [ZOLTPANO_BINARY] > digests.txt
 # Needs ../shared/data/videos for the clips (skipped when absent). Work files: build/exact-digests.
@@ -11,6 +11,15 @@ zp=${1:-build/host/tools/zoltpano}
 work=build/exact-digests
 rm -rf "$work"
 mkdir -p "$work"
+
+# The translation RANSAC seeds itself from std::random_device, so two runs may differ where it
+# decides a frame. A preloaded shim makes every random_device draw the same number: runs repeat.
+cat > "$work/fixed_random_device.cpp" <<'CPP'
+#include <random>
+unsigned int std::random_device::_M_getval() { return 17u; }
+CPP
+g++ -O2 -fPIC -shared "$work/fixed_random_device.cpp" -o "$work/libfixed_random_device.so"
+export LD_PRELOAD=$PWD/$work/libfixed_random_device.so
 
 # The CSV without the columns that hold times measured on this machine.
 csv_digest() {
