@@ -2,7 +2,9 @@
 # an application would, without LD_LIBRARY_PATH (libzoltpano finds its own libraries and liblog
 # through its run path; the programs get the moved libdir as theirs):
 #   - through pkg-config only (zoltpano, zoltpano-host-sensor): the consumer program and the C
-#     example, C99 with -Wall -Wextra -pedantic -Werror;
+#     example, C99 with -Wall -Wextra -pedantic -Werror; and the consumer again with
+#     `pkg-config --static`'s flags, whose Libs.private must name every library that the
+#     installed libzoltpano.so needs;
 #   - through find_package(ZoltPano): the consumer program and both examples.
 # The consumer prints the version and the refusals it provokes; the C example stitches a small
 # sweep made by the simulator, silently, into a JPEG; the C++ example finds the JPEG it encodes
@@ -120,6 +122,39 @@ run("compiling the consumer with pkg-config's flags" ${C_COMPILER} ${strict}
     "-Wl,-rpath,${libdir}")
 run("compiling stitch_sweep.c with pkg-config's flags" ${C_COMPILER} ${strict}
     "${EXAMPLES_DIR}/stitch_sweep.c" -o "${WORK_DIR}/stitch_sweep_pc" ${flags}
+    "-Wl,-rpath,${libdir}")
+# pkg-config --static: Libs.private names every library the installed engine needs (its NEEDED
+# entries; the C library and the compiler's runtime come with any link), and the linker finds
+# each one it names.
+run("pkg-config --static" ${PKG_CONFIG} --static --cflags --libs zoltpano)
+string(STRIP "${run_out}" static_flags)
+separate_arguments(static_flags UNIX_COMMAND "${static_flags}")
+find_program(READELF NAMES readelf REQUIRED)
+run("readelf on the installed library" ${READELF} -d "${libdir}/libzoltpano.so")
+string(REPLACE "\n" ";" dynamic "${run_out}")
+set(needed "")
+set(unlisted "")
+foreach(line IN LISTS dynamic)
+  if(line MATCHES "\\(NEEDED\\).*\\[lib([A-Za-z0-9_+-]+)\\.so[.0-9]*\\]")
+    set(lib "${CMAKE_MATCH_1}")
+    list(APPEND needed "${lib}")
+    list(FIND static_flags "-l${lib}" at)
+    if(at EQUAL -1 AND NOT lib MATCHES "^(c|gcc_s)$")
+      list(APPEND unlisted "${lib}")
+    endif()
+  endif()
+endforeach()
+list(FIND needed zoltpano_gyro at)
+if(at EQUAL -1)
+  message(FATAL_ERROR "no NEEDED libzoltpano_gyro read from libzoltpano.so:\n${run_out}")
+endif()
+if(unlisted)
+  list(JOIN static_flags " " shown)
+  message(FATAL_ERROR "libzoltpano.so needs ${unlisted}, which pkg-config --static --cflags "
+                      "--libs zoltpano does not name: ${shown}")
+endif()
+run("linking the consumer with pkg-config --static's flags" ${C_COMPILER} ${strict}
+    "${CONSUMER_DIR}/main.c" -o "${WORK_DIR}/consumer_pc_static" ${static_flags}
     "-Wl,-rpath,${libdir}")
 unset(ENV{PKG_CONFIG_PATH})
 
