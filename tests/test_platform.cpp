@@ -9,6 +9,7 @@
 
 #include "platform/cv_tuned.h"
 #include "platform/system_property.h"
+#include "tracker/module_track.h"
 #include "support/textures.h"
 
 namespace {
@@ -38,32 +39,52 @@ TEST(Platform, SystemPropertiesComeFromTheTableThenTheEnvironment) {
   EXPECT_EQ(__system_property_get("ro.zolt.test.long", value), ZOLT_PROP_VALUE_MAX - 1);
 }
 
-// Without the vendor variants the entry points are exactly the standard functions.
-TEST(Platform, TunedVariantsFallBackToTheStandardFunctions) {
-  if (zolt::hasTunedResize() || zolt::hasTunedOpticalFlow()) GTEST_SKIP() << "vendor OpenCV";
-  cv::Mat src = greyTexture(1), a, b;
-  zolt::tunedResize(src, a, cv::Size(40, 30), 0, 0, cv::INTER_NEAREST);
-  cv::resize(src, b, cv::Size(40, 30), 0, 0, cv::INTER_NEAREST);
-  EXPECT_EQ(cv::norm(a, b, cv::NORM_INF), 0);
+// The entry points do what the tracker asks of them, whichever variant serves them. Resize: the
+// tracker's nearest-neighbour downscale by a factor (dsize 0) takes source pixel floor(x / f) on
+// each axis, the two factors apart. Flow: a texture shifted by (2, 1) is followed to within a
+// twentieth of a pixel, each point found.
+TEST(Platform, TunedVariantsResizeAndFollowAsTheTrackerAsks) {
+  // Each pixel holds its own column (or row), so the output names the pixel it took.
+  cv::Mat cols(120, 250, CV_8UC1), rows(250, 120, CV_8UC1), a, b;
+  for (int r = 0; r < cols.rows; ++r)
+    for (int c = 0; c < cols.cols; ++c) cols.at<uchar>(r, c) = static_cast<uchar>(c);
+  cv::transpose(cols, rows);
+  zolt::tunedResize(cols, a, cv::Size(), 0.5, 0.25, cv::INTER_NEAREST);
+  zolt::tunedResize(rows, b, cv::Size(), 0.25, 0.5, cv::INTER_NEAREST);
+  ASSERT_EQ(a.size(), cv::Size(125, 30));
+  ASSERT_EQ(b.size(), cv::Size(30, 125));
+  for (int r = 0; r < a.rows; ++r) {
+    for (int c = 0; c < a.cols; ++c) {
+      ASSERT_EQ(a.at<uchar>(r, c), 2 * c) << r << "," << c;
+      ASSERT_EQ(b.at<uchar>(c, r), 2 * c) << c << "," << r;
+    }
+  }
 
+  const cv::Mat src = greyTexture(1);
   cv::Mat shifted;
   cv::Mat m = (cv::Mat_<double>(2, 3) << 1, 0, 2, 0, 1, 1);
   cv::warpAffine(src, shifted, m, src.size());
-  std::vector<cv::Point2f> pts{{40, 40}, {60, 50}, {80, 45}}, p1, p2;
-  std::vector<uchar> s1, s2;
-  std::vector<float> e1, e2;
-  const cv::TermCriteria tc(cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 30, 0.01);
-  zolt::tunedCalcOpticalFlowPyrLK(src, shifted, pts, p1, s1, e1, cv::Size(21, 21), 2, tc, 0, 1e-4);
-  cv::calcOpticalFlowPyrLK(src, shifted, pts, p2, s2, e2, cv::Size(21, 21), 2, tc, 0, 1e-4);
-  EXPECT_EQ(p1, p2);
-  EXPECT_EQ(s1, s2);
+  const std::vector<cv::Point2f> pts{{40, 40}, {60, 50}, {80, 45}};
+  std::vector<cv::Point2f> next;
+  std::vector<uchar> status;
+  std::vector<float> err;
+  using Flow = ModuleTrack::OpticalFlow;
+  zolt::tunedCalcOpticalFlowPyrLK(src, shifted, pts, next, status, err,
+                                  cv::Size(Flow::kWindow, Flow::kWindow), Flow::kLevels,
+                                  Flow::criteria(), 0, Flow::kMinEigen);
+  ASSERT_EQ(next.size(), pts.size());
+  for (size_t i = 0; i < pts.size(); ++i) {
+    EXPECT_EQ(status[i], 1) << i;
+    EXPECT_NEAR(next[i].x - pts[i].x, 2.0, 0.05) << i;
+    EXPECT_NEAR(next[i].y - pts[i].y, 1.0, 0.05) << i;
+  }
 }
 
 // The tracker drops points whose window is too flat to follow: the smallest eigenvalue of its
-// gradient matrix below 0.001, ten times OpenCV's default. A faint copy of a texture lies between
-// the two (its eigenvalues measured first): at the tracker's settings (31 x 31 window, three
-// levels, 20 iterations or 0.03 px) its points are lost, at the default they are kept; the
-// texture itself is kept at both.
+// gradient matrix below ModuleTrack::OpticalFlow::kMinEigen (0.001, ten times OpenCV's default).
+// A faint copy of a texture lies between the two (its eigenvalues measured first): at the
+// tracker's own flow settings its points are lost, at OpenCV's default threshold they are kept;
+// the texture itself is kept at both.
 TEST(Platform, OpticalFlowDropsPointsBelowTheTrackersMinimumEigenvalue) {
   const cv::Mat texture = greyTexture(2);
   cv::Mat faint;
@@ -71,22 +92,23 @@ TEST(Platform, OpticalFlowDropsPointsBelowTheTrackersMinimumEigenvalue) {
   std::vector<cv::Point2f> pts;
   for (int y = 30; y <= 60; y += 15)
     for (int x = 30; x <= 90; x += 20) pts.emplace_back(x, y);
-  const cv::TermCriteria criteria(cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 20, 0.03);
+  using Flow = ModuleTrack::OpticalFlow;
   std::vector<float> eig;
   auto track = [&](const cv::Mat& img, int flags, double minEig) {
     std::vector<cv::Point2f> next;
     std::vector<uchar> status;
-    zolt::tunedCalcOpticalFlowPyrLK(img, img, pts, next, status, eig, cv::Size(31, 31), 3, criteria,
-                                    flags, minEig);
+    zolt::tunedCalcOpticalFlowPyrLK(img, img, pts, next, status, eig,
+                                    cv::Size(Flow::kWindow, Flow::kWindow), Flow::kLevels,
+                                    Flow::criteria(), flags, minEig);
     return status;
   };
   track(faint, cv::OPTFLOW_LK_GET_MIN_EIGENVALS, 0);
-  for (float e : eig) ASSERT_TRUE(e > 1.5e-4 && e < 1e-3 / 1.5) << e;  // 2.9e-4..3.6e-4 measured
+  for (float e : eig) ASSERT_TRUE(e > 1.5e-4 && e < Flow::kMinEigen / 1.5) << e;  // 2.9e-4..3.6e-4
   track(texture, cv::OPTFLOW_LK_GET_MIN_EIGENVALS, 0);
   for (float e : eig) ASSERT_GT(e, 1e-2);
 
   const std::vector<uchar> lost(pts.size(), 0), kept(pts.size(), 1);
-  EXPECT_EQ(track(faint, 0, 0.001), lost);
-  EXPECT_EQ(track(faint, 0, 1e-4), kept);
-  EXPECT_EQ(track(texture, 0, 0.001), kept);
+  EXPECT_EQ(track(faint, 0, Flow::kMinEigen), lost);
+  EXPECT_EQ(track(faint, 0, 1e-4), kept);  // OpenCV's default
+  EXPECT_EQ(track(texture, 0, Flow::kMinEigen), kept);
 }

@@ -125,8 +125,9 @@ ModuleTrack::ModuleTrack(int width, int height)
   for (auto* v : {&status1, &status2, &ransacMask}) v->reserve(maxPts);
   feat->blocks.reserve(static_cast<size_t>(feat->cellCount));
   preImg.setTo(0);
-  cv::buildOpticalFlowPyramid(preImg, prePyr, cv::Size(31, 31), 3, false);
-  cv::buildOpticalFlowPyramid(preImg, curPyr, cv::Size(31, 31), 3, false);
+  const cv::Size win(OpticalFlow::kWindow, OpticalFlow::kWindow);
+  cv::buildOpticalFlowPyramid(preImg, prePyr, win, OpticalFlow::kLevels, false);
+  cv::buildOpticalFlowPyramid(preImg, curPyr, win, OpticalFlow::kLevels, false);
   // One search of each full-resolution strip on blank images sizes the strip search's buffers
   // for the per-frame refinement.
   preImgHighRes.setTo(0);

@@ -123,6 +123,21 @@ class ZOLT_PANO_EXPORT ModuleTrack {
   // Filled at the end of every frame (and at construction): what the rest of the engine reads.
   TrackReport report;
 
+  // The pyramidal Lucas-Kanade flow of the vision path, both ways: a 31 x 31 window over three
+  // pyramid levels, 20 iterations or 0.03 px, and points whose window's smallest gradient
+  // eigenvalue is below 0.001 (ten times OpenCV's default) dropped as too flat to follow.
+  struct OpticalFlow {
+    static constexpr int kWindow = 31;
+    static constexpr int kLevels = 3;
+    static constexpr int kIterations = 20;
+    static constexpr double kEpsilon = 0.03;
+    static constexpr double kMinEigen = 0.001;
+    static cv::TermCriteria criteria() {
+      return cv::TermCriteria(cv::TermCriteria::COUNT | cv::TermCriteria::EPS, kIterations,
+                              kEpsilon);
+    }
+  };
+
   // Throws std::exception when either side is 640 or less.
   ModuleTrack(int width, int height);
   ~ModuleTrack() = default;

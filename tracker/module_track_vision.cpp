@@ -100,30 +100,31 @@ bool ModuleTrack::ComputeOffXY_Vision(NV21Img& img) {
 
   try {
     curPts.resize(prePts.size());
-    const cv::TermCriteria criteria(cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 20, 0.03);
-    const cv::Size win(31, 31);
+    using Flow = OpticalFlow;
+    const cv::TermCriteria criteria = Flow::criteria();
+    const cv::Size win(Flow::kWindow, Flow::kWindow);
     char soc[ZOLT_PROP_VALUE_MAX] = {0};
     __system_property_get("ro.board.platform", soc);
     if (soc[0] != '\0' && std::strncmp(soc, "tvm", 3) == 0) {
       ZLOGI("TAVO TVM H/W - openCV calcOpticalFlowPyrLK");
       zolt::tunedCalcOpticalFlowPyrLK(preImg, curImg, prePts, curPts, status1, cv::noArray(), win,
-                                      3, criteria, 0, 0.001);
+                                      Flow::kLevels, criteria, 0, Flow::kMinEigen);
       zolt::tunedCalcOpticalFlowPyrLK(curImg, preImg, curPts, backPts, status2, cv::noArray(),
-                                      win, 3, criteria, 0, 0.001);
+                                      win, Flow::kLevels, criteria, 0, Flow::kMinEigen);
     } else {
       ZLOGI("ELSE H/W - openCV calcOpticalFlowPyrLK");
       // Each image's pyramid serves both directions; the same pyramids calcOpticalFlowPyrLK
       // would build from the images (no derivatives, default borders), so the same result.
       if (!prePyrValid) {
-        cv::buildOpticalFlowPyramid(preImg, prePyr, win, 3, false);
+        cv::buildOpticalFlowPyramid(preImg, prePyr, win, Flow::kLevels, false);
         prePyrValid = true;
       }
-      cv::buildOpticalFlowPyramid(curImg, curPyr, win, 3, false);
+      cv::buildOpticalFlowPyramid(curImg, curPyr, win, Flow::kLevels, false);
       curPyrValid = true;
-      cv::calcOpticalFlowPyrLK(prePyr, curPyr, prePts, curPts, status1, cv::noArray(), win, 3,
-                               criteria, 0, 0.001);
-      cv::calcOpticalFlowPyrLK(curPyr, prePyr, curPts, backPts, status2, cv::noArray(), win, 3,
-                               criteria, 0, 0.001);
+      cv::calcOpticalFlowPyrLK(prePyr, curPyr, prePts, curPts, status1, cv::noArray(), win,
+                               Flow::kLevels, criteria, 0, Flow::kMinEigen);
+      cv::calcOpticalFlowPyrLK(curPyr, prePyr, curPts, backPts, status2, cv::noArray(), win,
+                               Flow::kLevels, criteria, 0, Flow::kMinEigen);
     }
 
     const float c0 = static_cast<float>(colRange.start), c1 = static_cast<float>(colRange.end);
