@@ -1,5 +1,5 @@
-// The exported C functions that need no engine. The engine-bound ones (Initial, SelectFrames,
-// AddImage, GetTrackInfo, SaveImage, Release) live with the engine facade.
+// The exported C functions of zolt_pano.h that need no engine. The engine-bound ones (Initial,
+// SelectFrames, AddImage, GetTrackInfo, SaveImage, Release) are in zolt_pano_engine.cpp.
 #include "zolt_pano.h"
 
 #include <cstddef>
