@@ -70,7 +70,7 @@ void BM_TrackFrame(benchmark::State& state) {
     }
     sweep.wrap(i++, img, buf);
     benchmark::DoNotOptimize(tracker->tracking(img, e, r));
-    keyFrames += tracker->moveDir != MOVE_NONE && tracker->bKeyFrame;
+    keyFrames += tracker->report.direction != MOVE_NONE && tracker->report.keyFrame;
     ++frames;
   }
   state.counters["keyframes"] = static_cast<double>(keyFrames) / frames;
