@@ -147,7 +147,8 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_CanvasSize(int previewWidth, int previewHeight, i
   }
   int64_t length = maxSweepLength;
   if (length == 0) {  // one whole turn beyond the first frame
-    const double fov = (along >= across) ? OrreryEngine::kFixedHfovDeg : OrreryEngine::kFixedVfovDeg;
+    const double fov =
+        (along >= across) ? OrreryEngine::kFixedHfovDeg : OrreryEngine::kFixedVfovDeg;
     length = along + static_cast<int64_t>(std::ceil(along * 360.0 / fov));
   }
   if (length < along) {
@@ -212,19 +213,19 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_SetOption(void* handle, int option, int value) {
   if (engine == nullptr) return ZOLT_PANO_ERR_NOT_ENGINE;
   const char* accepted = "";
   switch (engine->setOption(option, value, &accepted)) {
-    case OrreryEngine::OptionResult::kSet:
+    case PanoOptions::Status::kSet:
       return 0;
-    case OrreryEngine::OptionResult::kUnknown:
+    case PanoOptions::Status::kUnknown:
       zolt::api::refuse(engine, ZOLT_PANO_ERR_BAD_OPTION,
                         "ZOLT_PANO_SetOption :: unknown option %d (value %d) : call ignored",
                         option, value);
       break;
-    case OrreryEngine::OptionResult::kOutOfRange:
+    case PanoOptions::Status::kOutOfRange:
       zolt::api::refuse(engine, ZOLT_PANO_ERR_BAD_OPTION,
                         "ZOLT_PANO_SetOption :: option %d takes %s, not %d : call ignored",
                         option, accepted, value);
       break;
-    case OrreryEngine::OptionResult::kFrozen:
+    case PanoOptions::Status::kFrozen:
       zolt::api::refuse(engine, ZOLT_PANO_ERR_BAD_OPTION,
                         "ZOLT_PANO_SetOption :: option %d set after the first frame : call "
                         "ignored",

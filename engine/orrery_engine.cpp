@@ -11,10 +11,6 @@
 #include "tracker/module_track.h"
 #include "zolt_pano_ext.h"
 
-static_assert(OrreryEngine::kFixedHfovDeg == ModuleTrack::kHfovDeg &&
-                  OrreryEngine::kFixedVfovDeg == ModuleTrack::kVfovDeg,
-              "one fixed camera");
-
 namespace {
 
 // The sums take the difference of two wall-clock readings as an unsigned 32-bit number.
@@ -40,17 +36,13 @@ void OrreryEngine::zolt_init_pano(int w, int h) {
 
 bool OrreryEngine::isInitialized() { return initialized; }
 
-OrreryEngine::OptionResult OrreryEngine::setOption(int option, int value,
-                                                   const char** accepted) {
-  PanoOptions next = options;
-  switch (next.set(option, value, accepted)) {
-    case PanoOptions::Status::kUnknown: return OptionResult::kUnknown;
-    case PanoOptions::Status::kOutOfRange: return OptionResult::kOutOfRange;
-    case PanoOptions::Status::kSet: break;
-  }
-  if (optionsFrozen) return OptionResult::kFrozen;
+PanoOptions::Status OrreryEngine::setOption(int option, int value, const char** accepted) {
+  PanoOptions next = options;  // a refused value leaves the options as they were
+  const PanoOptions::Status status = next.set(option, value, accepted);
+  if (status != PanoOptions::Status::kSet) return status;
+  if (frameCount > 0) return PanoOptions::Status::kFrozen;
   options = next;
-  return OptionResult::kSet;
+  return status;
 }
 
 int OrreryEngine::provideIMU(float* angles, float* rotation) {
@@ -109,10 +101,9 @@ int OrreryEngine::provideNV21Image_SelectFrame(__tag_ZOLT_OFFSCREEN* frame, tsPO
     ZLOGE("%s: error_condition_check returned false \n", "provideNV21Image_SelectFrame");
     return resultCode;
   }
-  if (!optionsFrozen) {  // the first frame: the options are final from here on
+  if (frameCount == 0) {  // the first frame: the options are final from here on
     tracker->configure(options.tracker);
     merger->configure(options.merger);
-    optionsFrozen = true;
   }
   frameCount += 1;
   resultCode = 0;

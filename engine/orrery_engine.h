@@ -40,13 +40,13 @@ class ZOLT_PANO_EXPORT OrreryEngine {
   int32_t mergeFrames = 0;
   double selectFrameTicks = 0;  // OpenCV ticks in ZOLT_PANO_SelectFrames
   bool outputWritten = false;   // whether the last storeOutputTo wrote its file
-  // Filled by setOption before the first frame; handed to tracker and merger at that frame.
+  // Filled by setOption before the first frame; handed to tracker and merger at that frame
+  // (frameCount 0 to 1), frozen from then on.
   PanoOptions options;
-  bool optionsFrozen = false;
 
   // The fixed camera's field of view, degrees across the frame's long and short side.
-  static constexpr double kFixedHfovDeg = 62.2;
-  static constexpr double kFixedVfovDeg = 39.8;
+  static constexpr double kFixedHfovDeg = TrackerOptions::kFixedHfovDeg;
+  static constexpr double kFixedVfovDeg = TrackerOptions::kFixedVfovDeg;
 
   explicit OrreryEngine(int32_t mode = 0) : mode(mode) {}
   OrreryEngine(const OrreryEngine&) = delete;
@@ -55,10 +55,9 @@ class ZOLT_PANO_EXPORT OrreryEngine {
   // Builds tracker, merger and frame image; throws when either side is 640 or less.
   void zolt_init_pano(int width, int height);
   bool isInitialized();
-  // One option into `options`. Refused: an unknown option, a value out of its range (*accepted
-  // names the range), or any option once the first frame has been taken (kFrozen).
-  enum class OptionResult { kSet, kUnknown, kOutOfRange, kFrozen };
-  OptionResult setOption(int option, int value, const char** accepted);
+  // One option into `options`, as PanoOptions::set; any option once the first frame has been
+  // taken is refused with kFrozen.
+  PanoOptions::Status setOption(int option, int value, const char** accepted);
 
   // The process's gyroscope (one for all engines). start: stops one left running, then starts
   // the sensor thread; false without a gyroscope (the engine tracks by vision), with `failure`

@@ -14,6 +14,7 @@ struct PanoOptions {
     kSet,
     kUnknown,     // no such option
     kOutOfRange,  // the value is neither 0 nor in the option's range
+    kFrozen,      // the engine has taken its first frame (OrreryEngine::setOption)
   };
   // Sets `option` to `value` (0 is always the default). On kOutOfRange, *accepted names the
   // values the option takes, as a refusal says them.

@@ -32,8 +32,8 @@ class ZOLT_PANO_EXPORT ModuleTrack {
   double cy;
   // The fixed camera's field of view, degrees across the frame's long and short side; the
   // tracker's unless setFieldOfView says otherwise.
-  static constexpr double kHfovDeg = 62.2;
-  static constexpr double kVfovDeg = 39.8;
+  static constexpr double kHfovDeg = TrackerOptions::kFixedHfovDeg;
+  static constexpr double kVfovDeg = TrackerOptions::kFixedVfovDeg;
   double hfovDeg;  // across the width, degrees
   double vfovDeg;  // across the height
   double fx;  // focal lengths, low-resolution pixels
