@@ -86,6 +86,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_SelectFrames(void* handle, void*, void*, __tag_ZO
   OrreryEngine* engine = zolt::api::liveEngine(handle, "ZOLT_PANO_SelectFrames");
   if (isKeyFrame != nullptr) *isKeyFrame = 0;
   if (engine == nullptr) return ERR_INVALID_DIMENSIONS;
+  const int64_t frameTimeNs = engine->takeFrameTime();  // this frame's, tracked or not
   const bool usable =
       allGiven(engine, {offset, isKeyFrame, direction, sweepLength}, "ZOLT_PANO_SelectFrames") &&
       zolt::api::frameFits(*engine, frame, "ZOLT_PANO_SelectFrames");
@@ -98,7 +99,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_SelectFrames(void* handle, void*, void*, __tag_ZO
   const int64_t start = zolt::ticks();
   int result = engine->resultCode;
   try {
-    engine->readGyroscope();
+    engine->readGyroscope(frameTimeNs);
     result = engine->provideNV21Image_SelectFrame(frame, offset, isKeyFrame, direction,
                                                   sweepLength);
     ZLOGI("ZOLT_Pano Select frame : Final Offset : %d  x  %d  ", offset->x, offset->y);

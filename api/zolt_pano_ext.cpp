@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <exception>
 
 #include <libyuv/planar_functions.h>
 
@@ -233,6 +234,46 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_SetOption(void* handle, int option, int value) {
       break;
   }
   return ZOLT_PANO_ERR_BAD_OPTION;
+}
+
+ZOLT_PANO_EXPORT int ZOLT_PANO_SetFrameTime(void* handle, int64_t timestampNs) {
+  const char* where = "ZOLT_PANO_SetFrameTime";
+  OrreryEngine* engine = zolt::api::liveEngine(handle, where);
+  if (engine == nullptr) return ZOLT_PANO_ERR_NOT_ENGINE;
+  const long long t = timestampNs;
+  int64_t newest = 0;
+  OrreryEngine::FrameTime status = OrreryEngine::FrameTime::kSet;
+  try {
+    status = engine->setFrameTime(timestampNs, &newest);
+  } catch (const std::exception& e) {
+    zolt::api::refuse(engine, ZOLT_PANO_ERR_INTERNAL, "%s :: %s : the frame is tracked without a "
+                      "time", where, e.what());
+    return ZOLT_PANO_ERR_INTERNAL;
+  }
+  switch (status) {
+    case OrreryEngine::FrameTime::kSet:
+      return 0;
+    case OrreryEngine::FrameTime::kNotPositive:
+      zolt::api::refuse(engine, ZOLT_PANO_ERR_BAD_ARGUMENT,
+                        "%s :: time %lld ns : not positive : the frame is tracked without a time",
+                        where, t);
+      break;
+    case OrreryEngine::FrameTime::kNotAfterLast:
+      zolt::api::refuse(engine, ZOLT_PANO_ERR_BAD_ARGUMENT,
+                        "%s :: time %lld ns : not after the previous frame's %lld ns : the frame "
+                        "is tracked without a time",
+                        where, t, static_cast<long long>(engine->lastFrameTimeNs));
+      break;
+    case OrreryEngine::FrameTime::kFarFromEvents:
+      zolt::api::refuse(engine, ZOLT_PANO_ERR_BAD_ARGUMENT,
+                        "%s :: time %lld ns (%lld with the delay) : more than a second from the "
+                        "gyroscope's newest attitude at %lld ns (another clock?) : the frame is "
+                        "tracked without a time",
+                        where, t, static_cast<long long>(t + engine->options.gyroDelayNs),
+                        static_cast<long long>(newest));
+      break;
+  }
+  return ZOLT_PANO_ERR_BAD_ARGUMENT;
 }
 
 }  // extern "C"

@@ -43,6 +43,10 @@ class ZOLT_PANO_EXPORT OrreryEngine {
   // Filled by setOption before the first frame; handed to tracker and merger at that frame
   // (frameCount 0 to 1), frozen from then on.
   PanoOptions options;
+  // Frame times (setFrameTime), ns: the last one accepted, as given, and the one the next
+  // SelectFrames reads the gyroscope at (0: none; that frame takes the newest attitude).
+  int64_t lastFrameTimeNs = 0;
+  int64_t pendingFrameTimeNs = 0;
 
   // The fixed camera's field of view, degrees across the frame's long and short side.
   static constexpr double kFixedHfovDeg = TrackerOptions::kFixedHfovDeg;
@@ -61,10 +65,21 @@ class ZOLT_PANO_EXPORT OrreryEngine {
 
   // The process's gyroscope (one for all engines). start: stops one left running, then starts
   // the sensor thread; false without a gyroscope (the engine tracks by vision), with `failure`
-  // set when the start threw (the line already logged). read: the latest attitude to provideIMU.
+  // set when the start threw (the line already logged). read: to provideIMU, the attitude at
+  // frameTimeNs (the gyroscope's clock, the delay option added) or with 0 the latest one.
   bool startGyroscope(std::string& failure);
   void stopGyroscope();
-  void readGyroscope();
+  void readGyroscope(int64_t frameTimeNs = 0);
+  // The next frame's capture time on the gyroscope events' clock, ns, before the delay option.
+  // Refused, and the pending time dropped, when it is not positive, not after the last one
+  // accepted, or (with a gyroscope that has reported) more than kFrameTimeReachNs from the
+  // newest attitude once the delay is added; *newestNs then holds that attitude's stamp.
+  enum class FrameTime { kSet, kNotPositive, kNotAfterLast, kFarFromEvents };
+  static constexpr int64_t kFrameTimeReachNs = 1000000000;
+  FrameTime setFrameTime(int64_t timeNs, int64_t* newestNs);
+  // The pending frame time with the delay added, 0 for none, and clears it: every SelectFrames
+  // takes it, whether its frame is tracked or refused.
+  int64_t takeFrameTime();
   int provideIMU(float* angles, float* rotation);
   int provideNV21Image_SelectFrame(__tag_ZOLT_OFFSCREEN* frame, tsPOINT* offset, long* isKeyFrame,
                                    int* direction, int* sweepLength);

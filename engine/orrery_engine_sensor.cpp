@@ -1,6 +1,7 @@
 // OrreryEngine: the gyroscope's life cycle. One sensor object serves the process (the global
 // of sensor/sensor_handle.h); the engine starts it at its creation, reads its attitude before
-// each frame and stops it at its release.
+// each frame (the newest one, or the one at the frame's capture time) and stops it at its
+// release.
 #include <exception>
 
 #include "engine/orrery_engine.h"
@@ -49,14 +50,37 @@ bool OrreryEngine::startGyroscope(std::string& failure) {
 
 void OrreryEngine::stopGyroscope() { finishSensor(); }
 
-void OrreryEngine::readGyroscope() {
+OrreryEngine::FrameTime OrreryEngine::setFrameTime(int64_t timeNs, int64_t* newestNs) {
+  pendingFrameTimeNs = 0;
+  if (timeNs <= 0) return FrameTime::kNotPositive;
+  if (timeNs <= lastFrameTimeNs) return FrameTime::kNotAfterLast;
+  // Far from every event is a time on another clock (or a gyroscope stalled for a second): the
+  // history cannot place it.
+  const int64_t onGyroClock = timeNs + options.gyroDelayNs;
+  if (pSensorHandle != nullptr && pSensorHandle->newestStamp(newestNs) &&
+      (onGyroClock > *newestNs + kFrameTimeReachNs || onGyroClock < *newestNs - kFrameTimeReachNs))
+    return FrameTime::kFarFromEvents;
+  lastFrameTimeNs = timeNs;
+  pendingFrameTimeNs = timeNs;
+  return FrameTime::kSet;
+}
+
+int64_t OrreryEngine::takeFrameTime() {
+  const int64_t t = pendingFrameTimeNs;
+  pendingFrameTimeNs = 0;
+  return t > 0 ? t + options.gyroDelayNs : 0;
+}
+
+void OrreryEngine::readGyroscope(int64_t frameTimeNs) {
   if (pSensorHandle == nullptr) {
     ZLOGE("Sensor is not initialised");
     return;
   }
   float angles[3];
   float rotation[9];
-  const int gyroRet = pSensorHandle->get_Cur_GyroSensorVal(angles, rotation);
+  const int gyroRet = frameTimeNs != 0
+                          ? pSensorHandle->attitudeAt(frameTimeNs, angles, rotation)
+                          : pSensorHandle->get_Cur_GyroSensorVal(angles, rotation);
   ZLOGI("%s : GyroRet = %d Angles : %f   %f   %f ", "ZOLT_PANO_SelectFrames", gyroRet, angles[0],
         angles[1], angles[2]);
   // Elements 7 and 8 print swapped; readers of the log expect it so.

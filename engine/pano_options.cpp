@@ -19,6 +19,8 @@ constexpr OptionRule kRules[] = {
      [](PanoOptions& o, int v) { o.merger.exposureCompensation = v != 0; }},
     {ZOLT_PANO_OPTION_CAMERA_HFOV, 1000, 17000, "0 or 1000 to 17000 (hundredths of a degree)",
      [](PanoOptions& o, int v) { o.tracker.hfovDeg = v / 100.0; }},
+    {ZOLT_PANO_OPTION_GYRO_DELAY_US, -1000000, 1000000, "-1000000 to 1000000 (microseconds)",
+     [](PanoOptions& o, int v) { o.gyroDelayNs = static_cast<int64_t>(v) * 1000; }},
 };
 
 }  // namespace

@@ -3,12 +3,16 @@
 // the defaults, and the engine behaves exactly as zolt_pano.h describes.
 #pragma once
 
+#include <cstdint>
+
 #include "merger/merger_options.h"
 #include "tracker/tracker_options.h"
 
 struct PanoOptions {
   TrackerOptions tracker;
   MergerOptions merger;
+  // Added to every frame time (ZOLT_PANO_SetFrameTime) to put it on the gyroscope's clock, ns.
+  int64_t gyroDelayNs = 0;
 
   enum class Status {
     kSet,

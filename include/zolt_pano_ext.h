@@ -16,6 +16,7 @@
 #define ZOLT_PANO_EXT_H
 
 #include <stddef.h>
+#include <stdint.h>
 
 /* zolt_pano.h declares bare names (SUCCESS, MOVE_NONE, ...). A caller whose own headers define
  * one of them as a macro can still include this header after them: the macros are set aside
@@ -224,12 +225,33 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_PackNV21(const unsigned char* y, int yRowStride,
  *       (10 to 170 degrees): the tracker's camera matrix for the gyroscope's prediction becomes
  *       fx = fy = (400 / 2) / tan(hfov / 2) pixels of its 400-wide image (square pixels, a real
  *       lens), the principal point unchanged.
+ *   ZOLT_PANO_OPTION_GYRO_DELAY_US           microseconds added to every ZOLT_PANO_SetFrameTime
+ *       time to put it on the gyroscope's clock: how late the gyroscope's clock runs against
+ *       the frames' (what zoltpano gyro-check measures). 0 (default) or -1000000 to 1000000.
  * Returns 0, or ZOLT_PANO_ERR_NOT_ENGINE or _BAD_OPTION (an unknown option, a value out of the
  * option's range, or a call after the first frame); a refused call leaves the engine as it was. */
 #define ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT 1
 #define ZOLT_PANO_OPTION_EXPOSURE_COMPENSATION 2
 #define ZOLT_PANO_OPTION_CAMERA_HFOV 3
+#define ZOLT_PANO_OPTION_GYRO_DELAY_US 4
 ZOLT_PANO_EXPORT int ZOLT_PANO_SetOption(void* handle, int option, int value);
+
+/* The capture time of the frame that the next ZOLT_PANO_SelectFrames takes, in nanoseconds on
+ * the gyroscope events' clock (on Android SensorEvent.timestamp, CLOCK_BOOTTIME; the camera's
+ * Image.getTimestamp() is on it where SENSOR_INFO_TIMESTAMP_SOURCE is REALTIME, see
+ * docs/integrating.md). That frame's gyroscope prediction then uses the attitude at this time
+ * plus ZOLT_PANO_OPTION_GYRO_DELAY_US, interpolated between the events around it (the engine
+ * keeps the attitudes of at least the last second), instead of the newest attitude at the call:
+ * a preview frame reaches the app 50 to 100 ms after its exposure, when the gyroscope is that
+ * far ahead of the picture. A time past the newest event is extended by the newest rate for at
+ * most 40 ms. The time is for the next SelectFrames only, tracked or refused; a frame without
+ * one takes the newest attitude, as without this call. Without a gyroscope the time is checked
+ * and otherwise unused.
+ * Returns 0, or ZOLT_PANO_ERR_NOT_ENGINE, or ZOLT_PANO_ERR_BAD_ARGUMENT for a time that is zero
+ * or negative, not after the last time accepted (a repeat or a step back), or, with the delay
+ * added, more than a second from the gyroscope's newest attitude (another clock); the frame is
+ * then tracked as one without a time. */
+ZOLT_PANO_EXPORT int ZOLT_PANO_SetFrameTime(void* handle, int64_t timestampNs);
 
 #ifdef __cplusplus
 } /* extern "C" */

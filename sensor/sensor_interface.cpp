@@ -29,6 +29,10 @@ SensorInterface::~SensorInterface() {
 
 bool SensorInterface::init() {
   dataReady.store(0);
+  lockOrThrow(&dataMutex);
+  history.clear();
+  pthread_mutex_unlock(&dataMutex);
+  eventPending = false;
   gyroLib = new android::Gyroscope_Lib();
   ZLOGI("SensorInterface :gyroLib created");
   callbacks = new android::callbackFunc();
@@ -89,6 +93,12 @@ void SensorInterface::write_sensor_data(float* anglesIn, float* matrix) {
   // The upper-left 3x3 of the row-major 4x4.
   static const int kFrom4x4[9] = {0, 1, 2, 4, 5, 6, 8, 9, 10};
   for (int i = 0; i < 9; ++i) rotation[i] = matrix[kFrom4x4[i]];
+  if (eventPending && gyroLib != nullptr) {
+    double q[4];
+    gyroLib->quaternion(q);
+    history.add(pendingEventNs, q, pendingRate);
+    eventPending = false;
+  }
   pthread_mutex_unlock(&dataMutex);
   dataReady.store(1, std::memory_order_release);
 }
@@ -101,4 +111,37 @@ void SensorInterface::handleReceivedRMChange(float* matrix, float* ignored, floa
   pSensorHandle->write_sensor_data(anglesIn, matrix);
 }
 
-void SensorInterface::handleReceivedCorrectedSensorData(int, float*, long long) {}
+int SensorInterface::attitudeAt(int64_t tNs, float* anglesOut, float* rotationOut) {
+  double q[4];
+  lockOrThrow(&dataMutex);
+  const AttitudeHistory::Where where = history.at(tNs, q);
+  pthread_mutex_unlock(&dataMutex);
+  double r[9];
+  android::Gyroscope_Lib::toMatrix(q, r);
+  float libAngles[3];
+  android::Gyroscope_Lib::cameraAngles(r, libAngles);
+  // Stored as write_sensor_data stores them: reversed, and the rotation in float.
+  for (int i = 0; i < 3; ++i) anglesOut[i] = libAngles[2 - i];
+  for (int i = 0; i < 9; ++i) rotationOut[i] = static_cast<float>(r[i]);
+  ZLOGI("SensorInterface : attitude at %lld ns (%s) : %f  %f  %f ", static_cast<long long>(tNs),
+        where == AttitudeHistory::Where::kInside   ? "between events"
+        : where == AttitudeHistory::Where::kAfter  ? "after the newest event"
+        : where == AttitudeHistory::Where::kBefore ? "before the oldest event kept"
+                                                   : "no event yet",
+        anglesOut[0], anglesOut[1], anglesOut[2]);
+  return where == AttitudeHistory::Where::kEmpty ? -1 : 0;
+}
+
+bool SensorInterface::newestStamp(int64_t* stampNs) {
+  lockOrThrow(&dataMutex);
+  const bool any = history.newestStamp(stampNs);
+  pthread_mutex_unlock(&dataMutex);
+  return any;
+}
+
+void SensorInterface::handleReceivedCorrectedSensorData(int, float* values, long long timestampNs) {
+  if (pSensorHandle == nullptr || values == nullptr) return;
+  pSensorHandle->pendingEventNs = timestampNs;
+  for (int i = 0; i < 3; ++i) pSensorHandle->pendingRate[i] = values[i];
+  pSensorHandle->eventPending = true;
+}

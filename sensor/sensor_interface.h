@@ -1,5 +1,6 @@
 // SensorInterface: owns the gyroscope fusion library, receives its orientation callback on the
-// polling thread and keeps the latest orientation under one mutex for the caller's thread.
+// polling thread and keeps, under one mutex for the caller's thread, the latest orientation and
+// the history of orientations by event time (for a frame with a capture time).
 // The process-wide instance is pSensorHandle (sensor_handle.h); the fusion callback reaches it
 // through that global, not through a context pointer.
 #pragma once
@@ -9,6 +10,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "sensor/attitude_history.h"
 #include "sensor/gyroscope_lib/gyroscope_lib.h"
 #include "zolt_pano.h"
 
@@ -18,7 +20,12 @@ class ZOLT_PANO_EXPORT SensorInterface {
   android::callbackFunc* callbacks = nullptr;  // owned; handed to gyroLib
   float angles[3] = {0, 0, 0};     // latest angles, rad: (pitch, yaw, roll), the library's reversed
   float rotation[9] = {0, 0, 0, 0, 0, 0, 0, 0, 0};  // latest phone -> world rotation, row-major
-  pthread_mutex_t dataMutex = PTHREAD_MUTEX_INITIALIZER;  // guards angles and rotation
+  AttitudeHistory history;  // the attitudes by event time, filled with angles and rotation
+  pthread_mutex_t dataMutex = PTHREAD_MUTEX_INITIALIZER;  // guards angles, rotation, history
+  // The event whose attitude the next orientation callback brings (polling thread only).
+  long long pendingEventNs = 0;
+  float pendingRate[3] = {0, 0, 0};  // rad/s
+  bool eventPending = false;
   std::atomic<int32_t> dataReady{0};  // 1 once the first orientation arrived; never reset
 
   SensorInterface();
@@ -34,7 +41,14 @@ class ZOLT_PANO_EXPORT SensorInterface {
   void postThrdtostop();
   // The latest orientation: 0 with data; -1 before the first one (zero angles, identity).
   int get_Cur_GyroSensorVal(float* anglesOut, float* rotationOut);
-  // Stores angles reversed and the upper-left 3x3 of the row-major 4x4 matrix. Polling thread.
+  // The orientation at tNs on the events' clock, from the history (AttitudeHistory::at), in the
+  // form of get_Cur_GyroSensorVal: 0 with data, -1 before the first event. Holds the mutex for
+  // a binary search and an interpolation (microseconds).
+  int attitudeAt(int64_t tNs, float* anglesOut, float* rotationOut);
+  // The newest attitude's stamp on the events' clock; false before the first event.
+  bool newestStamp(int64_t* stampNs);
+  // Stores angles reversed and the upper-left 3x3 of the row-major 4x4 matrix, and the fusion's
+  // attitude into the history under the pending event's time. Polling thread.
   void write_sensor_data(float* anglesIn, float* matrix);
 
   static void handleReceivedRMChange(float* matrix, float* ignored, float* anglesIn);

@@ -76,6 +76,8 @@ FrameRecord EngineSession::feed(const uint8_t* nv21, double timeMs) {
     // phone; a new engine's fusion starts just before its first frame.
     if (frames_ == 0) opt_.gyro->restartAt(timeMs);
     opt_.gyro->feedUpTo(timeMs);
+    // A refusal is kept by the engine and read back with the frame's.
+    if (opt_.frameTimes) ZOLT_PANO_SetFrameTime(handle_, opt_.gyro->frameTimeNs(timeMs));
   }
   long isKey = 0;
   int direction = -1, progress = -1;  // left alone by a refused frame

@@ -37,6 +37,8 @@ struct SessionOptions {
   // A canvas of this size instead (both sides > 0); refused unless it suits the sweep's axis.
   cv::Size canvas;
   GyroFeed* gyro = nullptr;  // not owned; null: the engine runs on vision alone
+  // With a gyroscope: each frame's capture time goes to ZOLT_PANO_SetFrameTime.
+  bool frameTimes = false;
 };
 
 // What one frame did, as the C interface reported it.

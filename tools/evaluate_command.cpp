@@ -89,7 +89,9 @@ nlohmann::json toJson(const StitchResult& r, const Evaluation& e, const sim::Swe
   j["direction"] = directionName(r.direction);
   j["truth_direction"] = directionName(reader.direction());
   j["direction_ok"] = r.direction == reader.direction();
-  j["gyroscope"] = a.gyro ? nlohmann::json{{"events", r.gyroEvents}, {"offset_ms", gyroOffsetMs}}
+  j["gyroscope"] = a.gyro ? nlohmann::json{{"events", r.gyroEvents}, {"offset_ms", gyroOffsetMs},
+                                                 {"lag_ms", a.common.gyroLagMs},
+                                                 {"frame_times", a.common.frameTimes}}
                           : nlohmann::json(nullptr);
   std::vector<std::string> codes;
   for (int c : r.codesSeen) codes.push_back(hexCode(c));
@@ -148,6 +150,14 @@ nlohmann::json toJson(const StitchResult& r, const Evaluation& e, const sim::Swe
   return j;
 }
 
+std::string gyroText(const EvaluateArgs& a) {
+  if (!a.gyro) return "";
+  std::string t = " (gyroscope";
+  if (a.common.gyroLagMs > 0) t += ", " + std::to_string(std::lround(a.common.gyroLagMs)) + " ms ahead";
+  if (a.common.frameTimes) t += ", frame times";
+  return t + ")";
+}
+
 void printSummary(const StitchResult& r, const Evaluation& e, const sim::SweepReader& reader,
                   const EvaluateArgs& a) {
   const double n = std::max(1.0, static_cast<double>(r.frames.size()));
@@ -159,7 +169,7 @@ void printSummary(const StitchResult& r, const Evaluation& e, const sim::SweepRe
       "%s%s: %zu frames, %zu key frames, direction %s (truth %s), codes %s, key-frame error "
       "median %.2f p95 %.2f max %.2f px, length ratio %.4f, PSNR %.2f dB (tiles %.2f dB), SSIM "
       "%.4f, sky step %.2f, select %.2f add %.2f ms/frame (%.0f frames/s)%s\n",
-      a.common.input.c_str(), a.gyro ? " (gyroscope)" : "", r.frames.size(), r.keyFrames.size(),
+      a.common.input.c_str(), gyroText(a).c_str(), r.frames.size(), r.keyFrames.size(),
       directionName(r.direction).c_str(), directionName(reader.direction()).c_str(), codes.c_str(),
       e.errors.median, e.errors.p95, e.errors.max, lengthRatio(e.placedTravel, e.trueTravel),
       e.image.psnr, e.image.tilePsnr, e.image.ssim, e.skyStep, r.selectMs / n, r.addMs / n,

@@ -84,52 +84,25 @@ constexpr double kRobustPx = 2.0;
 
 }  // namespace
 
-AttitudeTrack::AttitudeTrack(std::vector<sim::GyroEvent> events) {
+AttitudeTrack::AttitudeTrack(std::vector<sim::GyroEvent> events) : history_(events.size()) {
   std::stable_sort(events.begin(), events.end(),
                    [](const sim::GyroEvent& a, const sim::GyroEvent& b) { return a.tNs < b.tNs; });
   android::Gyroscope_Lib lib;
   lib.initializeLib(5, nullptr);
-  std::vector<int64_t> eventNs;
   for (const sim::GyroEvent& e : events) {
     float w[3] = {static_cast<float>(e.rate[0]), static_cast<float>(e.rate[1]),
                   static_cast<float>(e.rate[2])};
     lib.processEvent(android::Gyroscope_Lib::kTypeGyroscope, w, e.tNs);
     double q[4];
     lib.quaternion(q);
-    if (!eventNs.empty() && eventNs.back() == e.tNs) {
-      r_.back() = fromQuaternion(q);  // a repeated stamp adds no rotation
-      continue;
-    }
-    eventNs.push_back(e.tNs);
-    r_.push_back(fromQuaternion(q));
-  }
-  // A gyroscope samples its rate at the event's time; the library holds it over the interval
-  // before the event. The rotation it adds belongs to the interval centred on the event, so its
-  // attitude after an event is the attitude half an interval later (2.5 ms at 200 Hz: without
-  // this the clock offset found would lag by that much). The first event only starts the clock.
-  t_.resize(eventNs.size());
-  for (size_t i = 0; i < eventNs.size(); ++i) {
-    const int64_t gap = i > 0 ? eventNs[i] - eventNs[i - 1]
-                        : eventNs.size() > 1 ? eventNs[1] - eventNs[0] : 0;
-    t_[i] = eventNs[i] + (gap <= android::Gyroscope_Lib::kMaxIntervalNs ? gap / 2 : 0);
-    if (i > 0) t_[i] = std::max(t_[i], t_[i - 1] + 1);
+    history_.add(e.tNs, q, w);
   }
 }
 
 bool AttitudeTrack::at(int64_t tNs, cv::Matx33d& rotation) const {
-  if (t_.empty() || tNs < t_.front() || tNs > t_.back()) return false;
-  const size_t i = std::upper_bound(t_.begin(), t_.end(), tNs) - t_.begin();
-  if (i == t_.size()) {
-    rotation = r_.back();
-    return true;
-  }
-  // Between events i - 1 and i the library turns at event i's rate: a steady turn.
-  const double a = static_cast<double>(tNs - t_[i - 1]) / static_cast<double>(t_[i] - t_[i - 1]);
-  cv::Vec3d step;
-  cv::Rodrigues(r_[i - 1].t() * r_[i], step);
-  cv::Matx33d part;
-  cv::Rodrigues(step * a, part);
-  rotation = r_[i - 1] * part;
+  double q[4];
+  if (history_.at(tNs, q) != AttitudeHistory::Where::kInside) return false;
+  rotation = fromQuaternion(q);
   return true;
 }
 

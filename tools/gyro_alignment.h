@@ -12,6 +12,7 @@
 
 #include <opencv2/core.hpp>
 
+#include "sensor/attitude_history.h"
 #include "sim/sweep_types.h"
 
 class ModuleTrack;
@@ -21,19 +22,18 @@ namespace zolt::tools {
 class FrameSource;
 
 // The phone's attitude (phone sensor axes to the world, as the engine hands it to the tracker)
-// that the fusion library integrates from a gyroscope's events, at any time within their span:
-// between two events the attitude turns at a steady rate, as the library holds each event's rate
-// over the interval before it.
+// that the fusion library integrates from a gyroscope's events, at any time within their span,
+// looked up as the engine looks up a frame's (AttitudeHistory: each attitude stamped at the
+// centre of its event's interval, a steady turn between stamps).
 class AttitudeTrack {
  public:
   explicit AttitudeTrack(std::vector<sim::GyroEvent> events);  // any order; repeats kept once
-  // False outside the events' span.
+  // False outside the span of the attitudes' stamps.
   bool at(int64_t tNs, cv::Matx33d& rotation) const;
-  size_t events() const { return t_.size(); }
+  size_t events() const { return history_.size(); }
 
  private:
-  std::vector<int64_t> t_;
-  std::vector<cv::Matx33d> r_;  // after each event
+  AttitudeHistory history_;  // the engine's own, holding every event
 };
 
 // One pair of consecutive frames as vision measured it.

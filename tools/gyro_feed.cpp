@@ -40,15 +40,19 @@ int64_t GyroFeed::stampFor(double frameMs) const {
   return originNs_ + std::llround((frameMs + offsetMs_) * 1e6);
 }
 
+int64_t GyroFeed::frameTimeNs(double frameMs) const {
+  return kClockBaseNs + originNs_ + std::llround(frameMs * 1e6);
+}
+
 void GyroFeed::append(const std::vector<sim::GyroEvent>& events) {
   events_.insert(events_.end(), events.begin(), events.end());
 }
 
 void GyroFeed::feedUpTo(double frameMs) {
-  const int64_t until = stampFor(frameMs);
+  const int64_t until = stampFor(frameMs + lagMs_);
   for (; next_ < events_.size() && events_[next_].tNs <= until; ++next_, ++pushed_) {
     const sim::GyroEvent& e = events_[next_];
-    zolt_host_sensor_push_gyro(e.tNs, static_cast<float>(e.rate[0]), static_cast<float>(e.rate[1]),
+    zolt_host_sensor_push_gyro(kClockBaseNs + e.tNs, static_cast<float>(e.rate[0]), static_cast<float>(e.rate[1]),
                                static_cast<float>(e.rate[2]));
   }
   zolt_host_sensor_sync();

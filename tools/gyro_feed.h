@@ -31,9 +31,19 @@ class GyroFeed {
 
   // Adds events that arrived since (a live source's, stamped after every event held so far).
   void append(const std::vector<sim::GyroEvent>& events);
-  // Pushes the events stamped up to frame time `frameMs` (ms on the frames' clock) not pushed
-  // yet, and waits until the engine has taken them.
+  // Pushes the events stamped up to frame time `frameMs` (ms on the frames' clock) plus the lag
+  // not pushed yet, and waits until the engine has taken them.
   void feedUpTo(double frameMs);
+  // How far the events run ahead of the frames, ms: a phone hands the app a preview frame 50 to
+  // 100 ms after its exposure, when the gyroscope has reported up to then. 0: up to the frame.
+  void setLag(double lagMs) { lagMs_ = lagMs; }
+  // The frame's capture time for ZOLT_PANO_SetFrameTime, ns on the frames' clock as the camera
+  // stamps it (the clock offset is the engine's delay option, not in here).
+  int64_t frameTimeNs(double frameMs) const;
+  // Both clocks run kClockBaseNs later than the input's: a simulated sweep starts them at 0,
+  // a time no camera reports and ZOLT_PANO_SetFrameTime refuses. The fusion sees only
+  // intervals, so the shift changes no attitude.
+  static constexpr int64_t kClockBaseNs = 1000000000;
   // A new engine starts at frame time `frameMs`: its fusion starts from the last event before
   // that frame, so the events from there are fed again.
   void restartAt(double frameMs);
@@ -46,6 +56,7 @@ class GyroFeed {
 
   std::vector<sim::GyroEvent> events_;  // in time order
   double offsetMs_;
+  double lagMs_ = 0;
   int64_t originNs_ = 0;
   size_t next_ = 0;    // first event not pushed yet
   size_t pushed_ = 0;  // events pushed in all, repeats included

@@ -39,6 +39,15 @@ void addStitchCliOptions(CLI::App* app, StitchCliArgs& a, const std::string& inp
                   "with a gyroscope: how late its clock runs against the frames' (ms), or auto: "
                   "estimated from the first second of the input (as zoltpano gyro-check does)")
       ->capture_default_str();
+  app->add_option("--gyro-lag-ms", a.gyroLagMs,
+                  "with a gyroscope: feed its events up to each frame's time plus this (ms), as a "
+                  "phone delivers a preview frame that long after its exposure")
+      ->check(CLI::Range(0.0, 1000.0))
+      ->capture_default_str();
+  app->add_flag("--frame-times", a.frameTimes,
+                "with a gyroscope: give the engine each frame's time (ZOLT_PANO_SetFrameTime), "
+                "the clock offset as its delay option, so that it reads the gyroscope at the "
+                "frame's time");
   app->add_option("--hfov", a.hfovDeg,
                   "the camera's field of view across the frames' width, degrees (for the "
                   "gyroscope's prediction; default: the engine's fixed 62.2 x 39.8 camera)")
@@ -93,6 +102,13 @@ int applyStitchCli(const StitchCliArgs& a, const std::string& command, const std
       return kExitUsage;
     }
   }
+  if (a.frameTimes && std::fabs(opt.gyroOffsetMs) > 1000) {
+    printError(command, "--frame-times takes a clock offset of at most 1000 ms either way (the "
+                        "engine's delay option), not " + a.gyroOffset);
+    return kExitUsage;
+  }
+  opt.gyroLagMs = a.gyroLagMs;
+  opt.frameTimes = a.frameTimes;
   applyStitchMode(a.mode, opt);
   if (a.hfovDeg > 0)
     opt.engineOptions.emplace_back(ZOLT_PANO_OPTION_CAMERA_HFOV,

@@ -24,6 +24,8 @@ struct StitchCliArgs {
   bool engineLog = false;
   bool noRestart = false;
   std::string gyroOffset = "0";  // milliseconds, or "auto"
+  double gyroLagMs = 0.0;        // events ahead of the frames
+  bool frameTimes = false;       // frame times to the engine
   double hfovDeg = 0.0;          // 0: the engine's fixed camera
   std::string mode = "enhanced";  // exact or enhanced (see applyStitchMode)
 };

@@ -33,9 +33,16 @@ class StitchRun {
         progress_(opt.progressBar, opt.hints, source.expectedFrames()),
         replayBuffer_(static_cast<size_t>(source.width()) * source.height() * 3 / 2) {
     // Before the first Initial: the host has a gyroscope from then on.
-    if (!opt.gyroPath.empty())
-      gyro_ = std::make_unique<GyroFeed>(opt.gyroPath, opt.gyroOffsetMs, source.clockOriginNs());
     session_.options = opt.engineOptions;
+    if (!opt.gyroPath.empty()) {
+      gyro_ = std::make_unique<GyroFeed>(opt.gyroPath, opt.gyroOffsetMs, source.clockOriginNs());
+      gyro_->setLag(opt.gyroLagMs);
+      session_.frameTimes = opt.frameTimes;
+      // With frame times the engine puts them on the gyroscope's clock itself, as an app does.
+      if (opt.frameTimes && opt.gyroOffsetMs != 0)
+        session_.options.emplace_back(ZOLT_PANO_OPTION_GYRO_DELAY_US,
+                                      static_cast<int>(std::lround(opt.gyroOffsetMs * 1000)));
+    }
     session_.gyro = gyro_.get();
     session_.canvas = cv::Size(opt.canvasWidth, opt.canvasHeight);
     session_.maxSweepLength = defaultSweepLength(source.width(), source.height());

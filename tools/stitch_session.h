@@ -38,6 +38,9 @@ struct StitchOptions {
   // Instead of gyroOffsetMs: estimated from the input's first second (alignGyroOnFrames) before
   // the stitching starts; StitchResult::gyroClock says what was found.
   bool gyroOffsetAuto = false;
+  double gyroLagMs = 0.0;  // the events run this far ahead of the frames (GyroFeed::setLag)
+  // Each frame's time to ZOLT_PANO_SetFrameTime, the clock offset as the engine's delay option.
+  bool frameTimes = false;
   bool measureTravel = false;  // measure the camera's travel from the frames (ChainedTravel)
   // ZOLT_PANO_SetOption pairs for every capture's engine; none: the engine's default behaviour.
   std::vector<std::pair<int, int>> engineOptions;

@@ -3,10 +3,8 @@
 #include <cmath>
 
 namespace android {
-namespace {
 
-// a * b, both w, x, y, z.
-void multiply(const double a[4], const double b[4], double out[4]) {
+void Gyroscope_Lib::multiply(const double a[4], const double b[4], double out[4]) {
   const double w = a[0] * b[0] - a[1] * b[1] - a[2] * b[2] - a[3] * b[3];
   const double x = a[0] * b[1] + a[1] * b[0] + a[2] * b[3] - a[3] * b[2];
   const double y = a[0] * b[2] - a[1] * b[3] + a[2] * b[0] + a[3] * b[1];
@@ -17,8 +15,7 @@ void multiply(const double a[4], const double b[4], double out[4]) {
   out[3] = z;
 }
 
-// Row-major 3x3 rotation of a unit quaternion.
-void toMatrix(const double q[4], double r[9]) {
+void Gyroscope_Lib::toMatrix(const double q[4], double r[9]) {
   const double w = q[0], x = q[1], y = q[2], z = q[3];
   r[0] = 1 - 2 * (y * y + z * z);
   r[1] = 2 * (x * y - w * z);
@@ -31,8 +28,18 @@ void toMatrix(const double q[4], double r[9]) {
   r[8] = 1 - 2 * (x * x + y * y);
 }
 
-// Landscape camera angles of the phone -> world rotation r: roll, yaw, pitch (see the header).
-void cameraAngles(const double r[9], float angles[3]) {
+void Gyroscope_Lib::turn(const double w[3], double seconds, double step[4]) {
+  const double rate = std::sqrt(w[0] * w[0] + w[1] * w[1] + w[2] * w[2]);  // rad/s
+  const double half = 0.5 * rate * seconds;                               // half the turn, rad
+  // sin(half) / rate, with its limit seconds / 2 for a vanishing rate.
+  const double k = half > 1e-12 ? std::sin(half) / rate : 0.5 * seconds;
+  step[0] = std::cos(half);
+  step[1] = w[0] * k;
+  step[2] = w[1] * k;
+  step[3] = w[2] * k;
+}
+
+void Gyroscope_Lib::cameraAngles(const double r[9], float angles[3]) {
   // C = T r T with T = T^T = rows (0,-1,0), (-1,0,0), (0,0,-1): C[i][j] = s_i s_j r[p_i][p_j]
   // with p = (1, 0, 2) and s = (-1, -1, -1), so the signs cancel.
   const int p[3] = {1, 0, 2};
@@ -55,8 +62,6 @@ void cameraAngles(const double r[9], float angles[3]) {
   angles[1] = static_cast<float>(yaw);
   angles[2] = static_cast<float>(pitch);
 }
-
-}  // namespace
 
 Gyroscope_Lib::Gyroscope_Lib() = default;
 Gyroscope_Lib::~Gyroscope_Lib() = default;
@@ -81,12 +86,9 @@ int Gyroscope_Lib::processEvent(int type, float* values, long long timestampNs) 
     clockNs_ = timestampNs;
     if (intervalNs <= kMaxIntervalNs) {
       const double dt = static_cast<double>(intervalNs) * 1e-9;  // s
-      const double wx = values[0], wy = values[1], wz = values[2];
-      const double rate = std::sqrt(wx * wx + wy * wy + wz * wz);  // rad/s
-      const double half = 0.5 * rate * dt;                         // half the turn, rad
-      // sin(half) / rate, with its limit dt / 2 for a vanishing rate.
-      const double k = half > 1e-12 ? std::sin(half) / rate : 0.5 * dt;
-      const double step[4] = {std::cos(half), wx * k, wy * k, wz * k};
+      const double w[3] = {values[0], values[1], values[2]};
+      double step[4];
+      turn(w, dt, step);
       double next[4];
       multiply(q_, step, next);
       const double n = std::sqrt(next[0] * next[0] + next[1] * next[1] + next[2] * next[2] +

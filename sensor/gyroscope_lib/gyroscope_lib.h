@@ -65,6 +65,14 @@ class ZOLT_GYRO_EXPORT Gyroscope_Lib {
   // The options word given to initializeLib.
   int options() const { return options_; }
 
+  // The library's quaternion arithmetic, for readers of its attitudes. Quaternions w, x, y, z.
+  static void multiply(const double a[4], const double b[4], double out[4]);  // a * b
+  static void toMatrix(const double q[4], double r[9]);  // unit q -> row-major 3x3
+  // exp(w * seconds): the turn at body rate w (rad/s) held for `seconds`, as a unit quaternion.
+  static void turn(const double w[3], double seconds, double step[4]);
+  // The angles3 of onRMChange for the phone -> world rotation r (row-major 3x3).
+  static void cameraAngles(const double r[9], float angles[3]);
+
  private:
   void report(int type, float* values, long long timestampNs);
 
