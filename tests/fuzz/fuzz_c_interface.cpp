@@ -4,7 +4,8 @@
 // motion and key frames are merged), canvases of any shape, null records and outputs, saves
 // before any merge, the tracker's too-quick limits set at random, and the extension's calls
 // (JPEG to a file and to memory, last errors into buffers of any size, options, canvas sizes,
-// Camera2 frames of any strides, log level and sink). Engines are just above 640 pixels a side
+// Camera2 frames of any strides, log level and sink, frame times against the host gyroscope's
+// events). Engines are just above 640 pixels a side
 // so that one run stays fast.
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -21,6 +23,7 @@
 #include "quiet_log.h"
 #include "tracker/module_track.h"
 #include "zolt_pano.h"
+#include "zolt_host_sensor.h"
 #include "zolt_pano_ext.h"
 
 namespace {
@@ -58,6 +61,7 @@ struct Slot {
 struct Program {
   Slot slots[kSlots];
   std::vector<void*> stale;                   // handles released before
+  int64_t gyroNs = 1000000000;                // the host gyroscope's clock, ns
   std::vector<std::vector<uint8_t>> buffers;  // every frame, alive to the end
   std::map<std::array<int, 3>, std::vector<uint8_t>> canvases;  // slot, width, height
   std::string savePath = "/tmp/zolt_fuzz_" + std::to_string(getpid());
@@ -227,7 +231,7 @@ struct Program {
   }
 
   void extension(FuzzInput& in, void* h) {
-    switch (in.pick(9)) {
+    switch (in.pick(11)) {
       case 0:
         ZOLT_PANO_GetVersion();
         break;
@@ -274,6 +278,26 @@ struct Program {
       case 6:
         packNV21(in);
         break;
+      case 8: {  // the host's gyroscope: present from the next Initial or not, and a few events
+        zolt_host_sensor_set_gyroscope(in.flag());
+        for (int n = in.pick(12); n > 0; --n) {
+          gyroNs += in.pick(60) * 1000000LL - 5000000LL;  // a step back now and then
+          zolt_host_sensor_push_gyro(gyroNs, (in.byte() - 128) / 16.0f, (in.byte() - 128) / 16.0f,
+                                     (in.byte() - 128) / 16.0f);
+        }
+        zolt_host_sensor_sync();
+        break;
+      }
+      case 9: {  // a frame time near the events' clock, or any 64-bit value
+        int64_t t = gyroNs + in.pick(3000) * 1000000LL - 1500000000LL;
+        if (in.pick(4) == 0) {
+          uint64_t bits = 0;
+          for (int i = 0; i < 8; ++i) bits = bits << 8 | in.byte();
+          std::memcpy(&t, &bits, sizeof t);
+        }
+        ZOLT_PANO_SetFrameTime(h, t);
+        break;
+      }
       case 7: {  // the level, always back to verbose (lines still formatted for the sink)
         ZOLT_PANO_SetLogLevel(in.pick(12) - 1);
         selectFrames(in);
@@ -314,6 +338,7 @@ struct Program {
   }
 
   void run(FuzzInput& in) {
+    zolt_host_sensor_set_gyroscope(0);  // every input starts on a host without one
     for (int call = 0; call < kMaxCalls && !in.empty(); ++call) {
       const int op = in.pick(16);
       if (op < 2) {
