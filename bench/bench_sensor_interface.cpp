@@ -63,6 +63,30 @@ void BM_GyroEventBurst(benchmark::State& state) {
 }
 BENCHMARK(BM_GyroEventBurst)->Arg(1)->Arg(64)->Unit(benchmark::kMicrosecond)->UseRealTime();
 
+// What a frame costs on the caller's thread to read its attitude: the newest one
+// (get_Cur_GyroSensorVal), and the one at the frame's time (attitudeAt) from a full history
+// (1024 events), the times spread over the history and past its end.
+void BM_FrameAttitude(benchmark::State& state) {
+  RunningSensor s;
+  if (!s.ok()) return state.SkipWithError("the gyroscope did not start");
+  long long t = 0;
+  for (size_t i = 0; i < AttitudeHistory::kDefaultCapacity + 8; ++i)
+    zolt_host_sensor_push_gyro(t += kEventNs, 0.1f, -0.2f, 0.3f);
+  zolt_host_sensor_sync();
+  const bool atTime = state.range(0) != 0;
+  const long long span = static_cast<long long>(AttitudeHistory::kDefaultCapacity) * kEventNs;
+  float angles[3], rotation[9];
+  long long i = 0;
+  for (auto _ : state) {
+    const long long frameNs = t - span + (i++ * 7919 * 1000003LL) % (span + 30000000LL);
+    if (atTime) pSensorHandle->attitudeAt(frameNs, angles, rotation);
+    else pSensorHandle->get_Cur_GyroSensorVal(angles, rotation);
+    benchmark::DoNotOptimize(rotation[0]);
+  }
+  state.SetLabel(atTime ? "at the frame's time" : "newest");
+}
+BENCHMARK(BM_FrameAttitude)->Arg(0)->Arg(1);
+
 // The fusion library alone: one event integrated and reported.
 void BM_FusionProcessEvent(benchmark::State& state) {
   android::callbackFunc callbacks{[](int, float*, long long) {},

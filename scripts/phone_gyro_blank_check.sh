@@ -5,7 +5,8 @@
 # the images say nothing and only the gyroscope can carry the tracker. The offsets SelectFrames
 # reports over the stretch and the frames after it are compared with those of the run on the
 # intact frames (what vision measured), for the gyroscope aligned by zoltpano gyro-check, the
-# gyroscope with the engine's fixed camera and the clocks as given, and no gyroscope.
+# gyroscope with the engine's fixed camera and the clocks as given (each also with the frames'
+# times handed to the engine, --frame-times), and no gyroscope.
 #   scripts/phone_gyro_blank_check.sh [--blank FIRST-LAST] [--after N] [--data DIR]
 #     --blank FIRST-LAST  the frames blanked (default 30-39, a third of a second)
 #     --after N           how many frames after the stretch are compared too (default 10)
@@ -42,7 +43,9 @@ stitch() { "$zp" stitch "$1" --no-restart --mode exact -q -o "$out/$2" "${@:3}" 
 gyro=(--gyro "$rec/gyro.csv")
 stitch "$rec" vision "${gyro[@]}" --gyro-offset-ms "$offset" --hfov "$hfov"
 stitch "$blanked" aligned "${gyro[@]}" --gyro-offset-ms "$offset" --hfov "$hfov"
+stitch "$blanked" timed "${gyro[@]}" --gyro-offset-ms "$offset" --hfov "$hfov" --frame-times
 stitch "$blanked" fixed "${gyro[@]}"
+stitch "$blanked" fixed_timed "${gyro[@]}" --frame-times
 stitch "$blanked" none
 
 # Offsets (full-resolution pixels) against the intact run's, frame by frame.
@@ -63,6 +66,8 @@ echo "offset error against the intact frames' run, full-resolution px:"
 printf "%-42s %10s %10s %12s %10s %10s\n" "" "stretch" "stretch" "first after" "next $after" "next $after"
 printf "%-42s %10s %10s %12s %10s %10s\n" "run on the blanked frames" "mean" "max" "" "mean" "max"
 compare aligned "gyroscope, aligned (--gyro-offset-ms --hfov)"
+compare timed "  the same with frame times (--frame-times)"
 compare fixed "gyroscope, fixed camera, clocks as given"
+compare fixed_timed "  the same with frame times"
 compare none "no gyroscope"
 echo "CSVs and panoramas in $out"
