@@ -204,6 +204,22 @@ TEST(StitchSession, GyroscopeCarriesASweepWithoutTexture) {
                        sim.truth().at(r.keyFrames.front().frame).dx;
   EXPECT_NEAR(r.panorama.cols, swept + 1280, 0.02 * swept + 8);
 
+  // The events 100 ms ahead of the frames, as a phone delivers them: with the frames' times the
+  // engine reads the gyroscope where each frame was taken, and lays the key frames where it
+  // does with the events in step.
+  StitchOptions timed = opt;
+  timed.frameTimes = true;
+  const StitchResult inStep = stitchPath(dir, out, timed);
+  timed.gyroLagMs = 100;
+  const StitchResult ahead = stitchPath(dir, out, timed);
+  ASSERT_EQ(ahead.keyFrames.size(), inStep.keyFrames.size());
+  for (size_t i = 0; i < ahead.keyFrames.size(); ++i) {
+    EXPECT_EQ(ahead.keyFrames[i].frame, inStep.keyFrames[i].frame);
+    EXPECT_LE(cv::norm(ahead.keyFrames[i].canvas.tl() - inStep.keyFrames[i].canvas.tl()), 1.0)
+        << i;
+  }
+  for (const auto& f : ahead.frames) EXPECT_EQ(f.refusal, 0) << f.frame;
+
   opt.gyroPath = dir + "/missing.csv";
   EXPECT_NE(thrown<InputError>([&] { stitchPath(dir, out, opt); }).find("missing.csv"),
             std::string::npos);

@@ -51,8 +51,12 @@ int runStitch(StitchArgs& a) {
                             " pairs of frames"
                       : "; no estimate over the first second (" + std::to_string(c.pairs) +
                             " pairs of frames measured), the clocks taken as given";
-    std::printf("gyroscope: %zu events from %s fed in step with the frames (clock %+.1f ms%s)\n",
-                r.gyroEvents, opt.gyroPath.c_str(), c.offsetMs, clock.c_str());
+    char step[64] = "in step with the frames";
+    if (opt.gyroLagMs > 0)
+      std::snprintf(step, sizeof step, "%.0f ms ahead of the frames", opt.gyroLagMs);
+    std::printf("gyroscope: %zu events from %s fed %s (clock %+.1f ms%s)%s\n", r.gyroEvents,
+                opt.gyroPath.c_str(), step, c.offsetMs, clock.c_str(),
+                opt.frameTimes ? ", the frames' times to the engine" : "");
   }
   if (a.travel) {
     const double placed = placedTravelPx(r), measured = measuredTravelPx(r),
