@@ -30,7 +30,9 @@ endif()
 # its float16_t; Clang, the NDK's compiler, always uses the IEEE format and rejects the option.
 # On Linux NEON comes from the toolchain file's flags (cmake/toolchain-armhf.cmake:
 # -mfpu=neon-vfpv4). GCC's notes that passing 64-bit aggregates changed in GCC 7.1 matter only
-# when mixing objects from older compilers.
+# when mixing objects from older compilers. 64-bit ARM ("aarch64", also on Android's arm64-v8a)
+# needs neither: NEON is part of the architecture, its half floats are IEEE, and GCC rejects
+# -mfp16-format there; Highway adds the SVE targets' flags itself.
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|armv7.*|armhf)$" AND NOT ANDROID)
   target_compile_options(zoltpano_options INTERFACE
     $<$<CXX_COMPILER_ID:GNU>:-mfp16-format=ieee> $<$<CXX_COMPILER_ID:GNU>:-Wno-psabi>)

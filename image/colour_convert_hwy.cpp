@@ -1,7 +1,7 @@
-// Vectorised NV21 <-> BGR kernels (Highway; one source compiled for each x86 target and chosen
-// at run time, static NEON on 32-bit ARM). Byte-exact to the reference kernels in
-// colour_convert.cpp, in integer arithmetic only, so that the same code serves NEON, which has
-// no double vectors.
+// Vectorised NV21 <-> BGR kernels (Highway; one source compiled for each x86 and 64-bit ARM
+// target and chosen at run time, static NEON on 32-bit ARM). Byte-exact to the reference
+// kernels in colour_convert.cpp, in integer arithmetic only, so that the same code serves NEON,
+// which has no double vectors.
 //
 // NV21 -> BGR. Y * 16384 is a multiple of 2^14, so (Y * 16384 + t) >> 14 == Y + (t >> 14): each
 // channel is Y plus a chroma delta shared by the two pixels of a V, U pair. Deltas are exact in
@@ -202,6 +202,20 @@ HWY_INLINE VU16 Chroma(VU16 sr, VU16 sg, VU16 sb, MU16& whole) {
   return hn::Min(q, c(255));
 }
 
+// Calls f(i) for each lane i that m sets, in increasing order. SVE has up to 128 lanes of
+// 16 bits, so the bits are scanned 64 at a time.
+template <class F>
+HWY_INLINE void ForEachSetLane(MU16 m, const F& f) {
+  constexpr size_t kWords = (HWY_MAX_BYTES / 2 + 63) / 64;
+  uint8_t bytes[8 * kWords] = {};  // StoreMaskBits writes (Lanes + 7) / 8 bytes
+  hn::StoreMaskBits(DU16(), m, bytes);
+  for (size_t w = 0; w < kWords; ++w) {
+    uint64_t bits;
+    std::memcpy(&bits, bytes + 8 * w, sizeof(bits));  // little-endian: lane 64 * w + j is bit j
+    for (; bits != 0; bits &= bits - 1) f(64 * w + hwy::Num0BitsBelowLS1Bit_Nonzero64(bits));
+  }
+}
+
 // Lanes(D8) / 2 blocks: Lanes(D8) pixels of each row.
 HWY_INLINE void BgrChunk(const uint8_t* row0, const uint8_t* row1, uint8_t* y0, uint8_t* y1,
                          uint8_t* vu) {
@@ -234,30 +248,20 @@ HWY_INLINE void BgrChunk(const uint8_t* row0, const uint8_t* row1, uint8_t* y0, 
   if (HWY_LIKELY(hn::AllFalse(du, any))) return;
   // Whole-number lanes: the double result depends on rounding, so the reference decides.
   // Lane i of the luma masks is pixel 2 * i (even) or 2 * i + 1 (odd), of the chroma mask block i.
-  const auto lanes = [&](MU16 m) {
-    uint8_t bytes[8] = {};
-    hn::StoreMaskBits(du, m, bytes);
-    uint64_t bits;
-    std::memcpy(&bits, bytes, sizeof(bits));
-    return bits;
+  const auto fixLuma = [](const uint8_t* row, uint8_t* luma, size_t px) {
+    luma[px] = referenceLuma(row + 3 * px);
   };
-  const uint8_t* rows[2] = {row0, row1};
-  uint8_t* lumas[2] = {y0, y1};
-  const MU16 luma[4] = {w0e, w0o, w1e, w1o};
-  for (int m = 0; m < 4; ++m) {
-    for (uint64_t bits = lanes(luma[m]); bits != 0; bits &= bits - 1) {
-      const size_t px = 2 * hwy::Num0BitsBelowLS1Bit_Nonzero64(bits) + (m & 1);
-      lumas[m >> 1][px] = referenceLuma(rows[m >> 1] + 3 * px);
-    }
-  }
-  uint64_t chroma = lanes(hn::Or(wV, wU));
-  if (chroma == 0) return;
+  ForEachSetLane(w0e, [&](size_t i) { fixLuma(row0, y0, 2 * i); });
+  ForEachSetLane(w0o, [&](size_t i) { fixLuma(row0, y0, 2 * i + 1); });
+  ForEachSetLane(w1e, [&](size_t i) { fixLuma(row1, y1, 2 * i); });
+  ForEachSetLane(w1o, [&](size_t i) { fixLuma(row1, y1, 2 * i + 1); });
+  const MU16 chroma = hn::Or(wV, wU);
+  if (hn::AllFalse(du, chroma)) return;
   uint16_t s[3][HWY_MAX_BYTES / 2];
   hn::StoreU(sr, du, s[0]);
   hn::StoreU(sg, du, s[1]);
   hn::StoreU(sb, du, s[2]);
-  for (; chroma != 0; chroma &= chroma - 1) {
-    const size_t i = hwy::Num0BitsBelowLS1Bit_Nonzero64(chroma);
+  ForEachSetLane(chroma, [&](size_t i) {
     if (s[0][i] == s[1][i] && s[1][i] == s[2][i]) {
       std::memcpy(vu + 2 * i, GreyBlockChroma(s[0][i]), 2);
     } else {
@@ -265,7 +269,7 @@ HWY_INLINE void BgrChunk(const uint8_t* row0, const uint8_t* row1, uint8_t* y0, 
       const uint8_t* p10 = row1 + 6 * i;
       referenceBlockChroma(p00, p00 + 3, p10, p10 + 3, vu + 2 * i);
     }
-  }
+  });
 }
 
 void BgrRowPairToNv21(const uint8_t* bgrRow0, const uint8_t* bgrRow1, uint8_t* yRow0,

@@ -1,16 +1,22 @@
 #!/usr/bin/env bash
 # Installs everything zoltpano needs on Debian 12 (bookworm) with apt-get.
 # Idempotent: packages already present are left alone. Run as root, or as a user with sudo.
-#   scripts/setup.sh           host build, tests, benchmarks, tools, photos, and the Android
-#                              compile check (clang with Debian's armhf C/C++ library headers)
-#   scripts/setup.sh --armhf   also the ARM cross compiler, qemu-user and mmdebstrap
+#   scripts/setup.sh             host build, tests, benchmarks, tools, photos, and the Android
+#                                compile check (clang with Debian's armhf and arm64 C/C++
+#                                library headers)
+#   scripts/setup.sh --armhf     also the 32-bit ARM cross compiler, qemu-user and mmdebstrap
+#   scripts/setup.sh --aarch64   also the 64-bit ARM cross compiler, qemu-user and mmdebstrap
+#   scripts/setup.sh --arm       both
 set -euo pipefail
 
 want_armhf=0
+want_aarch64=0
 for a in "$@"; do
   case "$a" in
     --armhf) want_armhf=1 ;;
-    -h|--help) sed -n '2,6p' "$0"; exit 0 ;;
+    --aarch64) want_aarch64=1 ;;
+    --arm) want_armhf=1; want_aarch64=1 ;;
+    -h|--help) sed -n '2,9p' "$0"; exit 0 ;;
     *) echo "setup.sh: unknown option '$a'" >&2; exit 2 ;;
   esac
 done
@@ -27,11 +33,18 @@ pkgs=(
   android-liblog-dev android-platform-frameworks-native-headers
   libcli11-dev nlohmann-json3-dev libyuv-dev
   clang libclang-rt-14-dev libc6-dev-armhf-cross libstdc++-12-dev-armhf-cross
+  libc6-dev-arm64-cross libstdc++-12-dev-arm64-cross
   lomiri-wallpapers-16.04 lomiri-wallpapers-20.04
   ffmpeg
 )
 if [ "$want_armhf" -eq 1 ]; then
-  pkgs+=(g++-arm-linux-gnueabihf qemu-user mmdebstrap)
+  pkgs+=(g++-arm-linux-gnueabihf)
+fi
+if [ "$want_aarch64" -eq 1 ]; then
+  pkgs+=(g++-aarch64-linux-gnu)
+fi
+if [ "$want_armhf" -eq 1 ] || [ "$want_aarch64" -eq 1 ]; then
+  pkgs+=(qemu-user mmdebstrap)
 fi
 
 missing=()

@@ -1,14 +1,18 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds and runs every test: host, host under AddressSanitizer and
 # UndefinedBehaviorSanitizer, the sensor and engine tests under ThreadSanitizer, the fuzz targets
-# for a minute each (scripts/fuzz.sh), the Android compile check (armv7a-linux-androideabi with
-# clang) and the armhf (32-bit ARM, NEON) cross build under qemu-arm.
-#   scripts/test.sh [--host-only | --no-armhf]
-#     --host-only   only the host build and its tests
-#     --no-armhf    host, sanitizer, fuzzing and Android compile stages, no armhf cross build
+# for a minute each (scripts/fuzz.sh), the Android compile check (armeabi-v7a and arm64-v8a with
+# clang, API 24 and 26), and the armhf (32-bit ARM, NEON) and aarch64 (64-bit ARM, NEON and SVE)
+# cross builds, whose tests run side by side under qemu-arm and qemu-aarch64.
+#   scripts/test.sh [--host-only | --no-arm | --no-armhf | --no-aarch64]
+#     --host-only    only the host build and its tests
+#     --no-arm       host, sanitizer, fuzzing and Android compile stages, no ARM cross build
+#     --no-armhf     as above with the aarch64 cross build only
+#     --no-aarch64   as above with the armhf cross build only
 # ZOLTPANO_JOBS sets the build and test parallelism (default: the number of cores, at most 2).
-# Build trees: build/host, build/asan, build/tsan, build/fuzz, build/armhf; the armhf root file
-# system: .armhf-rootfs (or $ZOLTPANO_ARMHF_ROOTFS).
+# Build trees: build/host, build/asan, build/tsan, build/fuzz, build/armhf, build/aarch64; the
+# root file systems: .armhf-rootfs and .aarch64-rootfs (or $ZOLTPANO_ARMHF_ROOTFS,
+# $ZOLTPANO_AARCH64_ROOTFS).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -17,11 +21,14 @@ jobs=${ZOLTPANO_JOBS:-$((cores < 2 ? cores : 2))}
 
 host_only=0
 armhf=1
+aarch64=1
 for a in "$@"; do
   case "$a" in
-    --host-only) host_only=1; armhf=0 ;;
+    --host-only) host_only=1; armhf=0; aarch64=0 ;;
+    --no-arm) armhf=0; aarch64=0 ;;
     --no-armhf) armhf=0 ;;
-    -h|--help) sed -n '2,10p' "$0"; exit 0 ;;
+    --no-aarch64) aarch64=0 ;;
+    -h|--help) sed -n '2,15p' "$0"; exit 0 ;;
     *) echo "test.sh: unknown option '$a'" >&2; exit 2 ;;
   esac
 done
@@ -50,7 +57,10 @@ run_ctest() {
 total_start=$SECONDS
 
 begin "setup"
-if [ "$armhf" -eq 1 ]; then bash scripts/setup.sh --armhf; else bash scripts/setup.sh; fi
+setup_args=()
+[ "$armhf" -eq 0 ] || setup_args+=(--armhf)
+[ "$aarch64" -eq 0 ] || setup_args+=(--aarch64)
+bash scripts/setup.sh "${setup_args[@]}"
 end
 
 begin "host build (Release, -Werror)"
@@ -79,25 +89,87 @@ fi
 
 if [ "$host_only" -eq 0 ]; then
   # Compile only, no NDK: proves the Android-only code and every library file meet the
-  # platform's headers and Clang for armeabi-v7a (docs/building.md says what it cannot prove).
-  begin "Android compile check (armv7a, clang)"
+  # platform's headers and Clang for both ABIs, and the sensor code at API 26, where the old
+  # sensor manager call is deprecated (docs/building.md says what it cannot prove).
   mkdir -p build
-  ZOLTPANO_JOBS=$jobs bash scripts/android_compile_check.sh | tee build/android-compile-check.log
-  end "$(grep -Eo '[0-9]+ files compiled' build/android-compile-check.log)"
+  for check in "armeabi-v7a 24" "arm64-v8a 24" "arm64-v8a 26"; do
+    read -r abi api <<<"$check"
+    begin "Android compile check ($abi, API $api)"
+    log="build/android-compile-check-$abi-$api.log"
+    ZOLTPANO_JOBS=$jobs bash scripts/android_compile_check.sh --abi "$abi" --api "$api" | tee "$log"
+    end "$(sed -n 's/^android compile check: \(.*\) in [0-9]*s$/\1/p' "$log")"
+  done
 fi
 
-if [ "$armhf" -eq 1 ]; then
-  begin "armhf root file system"
-  bash scripts/make_armhf_rootfs.sh
+# ARM cross builds: both trees are built first, then their tests run side by side under qemu,
+# one test at a time each (qemu runs one thread per program), logs in the build trees.
+arm_trees=()
+[ "$armhf" -eq 0 ] || arm_trees+=(armhf)
+[ "$aarch64" -eq 0 ] || arm_trees+=(aarch64)
+for tree in "${arm_trees[@]}"; do
+  begin "$tree root file system"
+  bash "scripts/make_${tree}_rootfs.sh"
   end
   # Benchmarks are built to prove they compile for ARM, not run: qemu timings mean nothing.
-  begin "armhf cross build (Release, -Werror)"
-  cmake -S . -B build/armhf -G Ninja -DCMAKE_BUILD_TYPE=Release -DZOLTPANO_WERROR=ON \
-    -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-armhf.cmake
-  cmake --build build/armhf -j "$jobs"
+  begin "$tree cross build (Release, -Werror)"
+  cmake -S . -B "build/$tree" -G Ninja -DCMAKE_BUILD_TYPE=Release -DZOLTPANO_WERROR=ON \
+    -DCMAKE_TOOLCHAIN_FILE="cmake/toolchain-$tree.cmake"
+  cmake --build "build/$tree" -j "$jobs"
   end
-  begin "armhf tests under qemu-arm"
-  run_ctest build/armhf
+done
+
+# The Highway targets each emulated CPU ran, from the kernel tests' "Highway targets tested"
+# lines in ctest's log: "cpu: targets" per CPU, the default CPU named $2.
+targets_by_cpu() {
+  awk -v dflt="$2" '
+    / Test: / { name = $NF }
+    /^Highway targets tested:/ {
+      cpu = dflt
+      if (name ~ /^cpu_[^.]+[.]/) { cpu = name; sub(/^cpu_/, "", cpu); sub(/[.].*/, "", cpu) }
+      t = $0; sub(/^Highway targets tested: /, "", t)
+      if (!(cpu in seen)) { order[++n] = cpu; seen[cpu] = t }
+      else if (length(t) > length(seen[cpu])) seen[cpu] = t
+    }
+    END { for (i = 1; i <= n; ++i) printf "%s%s: %s", (i > 1 ? "; " : ""), order[i], seen[order[i]] }
+  ' "$1/Testing/Temporary/LastTest.log"
+}
+
+if [ "${#arm_trees[@]}" -gt 0 ]; then
+  begin "ARM tests under qemu (${arm_trees[*]} side by side)"
+  declare -A pid=()
+  tree_jobs=$((jobs / ${#arm_trees[@]} > 0 ? jobs / ${#arm_trees[@]} : 1))
+  for tree in "${arm_trees[@]}"; do
+    (
+      t0=$SECONDS
+      status=0
+      ctest --test-dir "build/$tree" --output-on-failure -j "$tree_jobs" \
+        >"build/$tree/ctest-summary.log" 2>&1 || status=$?
+      echo "$((SECONDS - t0))" >"build/$tree/ctest-wall"
+      exit "$status"
+    ) &
+    pid[$tree]=$!
+  done
+  failed=()
+  for tree in "${arm_trees[@]}"; do wait "${pid[$tree]}" || failed+=("$tree"); done
+  rows=()
+  for tree in "${arm_trees[@]}"; do
+    log="build/$tree/ctest-summary.log"
+    dflt="default CPU"
+    [ "$tree" != aarch64 ] || dflt=max
+    rows+=("$(printf '  %-38s %5ds wall  %s tests passed (%s skipped); Highway targets: %s' \
+      "$tree under qemu-${tree/armhf/arm}" "$(cat "build/$tree/ctest-wall")" "$(ctest_count "$log")" \
+      "$(grep -c '\*\*\*Skipped' "$log" || true)" "$(targets_by_cpu "build/$tree" "$dflt")")")
+  done
+  if [ "${#failed[@]}" -gt 0 ]; then
+    for tree in "${failed[@]}"; do
+      echo "== $tree tests failed: build/$tree/ctest-summary.log"
+      cat "build/$tree/ctest-summary.log"
+    done
+    exit 1
+  fi
+  for tree in "${arm_trees[@]}"; do tail -n 3 "build/$tree/ctest-summary.log"; done
+  end
+  summary+=("${rows[@]}")
 fi
 
 echo

@@ -84,7 +84,13 @@ void* pollThread(void* arg) {
     return failRegistration(self);
   }
   ZLOGI("NativeSensorInterface :looper is Success");
+#if __ANDROID_API__ >= 26
+  // API 26 deprecates ASensorManager_getInstance, which the platform implements as this call
+  // with a null package name. (The host stand-in has no API level and keeps the old call.)
+  self->sensorManager = ASensorManager_getInstanceForPackage(nullptr);
+#else
   self->sensorManager = ASensorManager_getInstance();
+#endif
   if (self->sensorManager == nullptr) {
     ZLOGE("NativeSensorInterface :sensorManager is NULL");
     return failRegistration(self);

@@ -7,11 +7,11 @@
 #include <string>
 
 #include <gtest/gtest.h>
-#include <hwy/targets.h>
 #include <opencv2/core.hpp>
 
 #include "image/nv21_img.h"
 #include "merger/module_merge.h"
+#include "support/hwy_targets.h"
 #include "support/nv21_buffer.h"
 #include "support/textures.h"
 #include "zolt_pano.h"
@@ -66,19 +66,6 @@ struct Placed {
   // Canvas luma at position `a` along the sweep on canvas line `line` across it.
   uint8_t& at(int line, int a) { return horizontal ? canvas.y(a, line) : canvas.y(line, a); }
 };
-
-// Runs `check` once for every vector target this CPU runs (SSSE3, SSE4, AVX2, ... on x86), the
-// dispatcher pointed at each in turn.
-template <class Check>
-void forEachTarget(Check check) {
-  for (const int64_t target : hwy::SupportedAndGeneratedTargets()) {
-    SCOPED_TRACE(hwy::TargetName(target));
-    hwy::SetSupportedTargetsForTest(target);
-    check();
-    hwy::SetSupportedTargetsForTest(0);
-    if (::testing::Test::HasFatalFailure()) return;
-  }
-}
 
 // The log line with the number after `marker` replaced by "T" (timings vary).
 inline std::string maskNumber(std::string line, const std::string& marker) {

@@ -12,6 +12,7 @@
 
 #include "image/colour_convert.h"
 #include "image/nv21_img.h"
+#include "support/hwy_targets.h"
 #include "support/textures.h"
 
 using zolt::ColourKernels;
@@ -24,7 +25,11 @@ const ColourKernels& vec() { return zolt::vectorColourKernels(); }
 
 // The vectorised kernels of every instruction set this CPU runs, not only the chosen one.
 const std::vector<const ColourKernels*>& vectorTargets() {
-  static const std::vector<const ColourKernels*> all = zolt::vectorColourKernelsForEachTarget();
+  static const std::vector<const ColourKernels*> all = [] {
+    std::vector<const ColourKernels*> v = zolt::vectorColourKernelsForEachTarget();
+    for (const ColourKernels* k : v) zolt::test::noteTargetTested(k->name);
+    return v;
+  }();
   return all;
 }
 
@@ -172,9 +177,10 @@ TEST(ColourConvert, BgrToNv21WholeNumberChromaMatchesReference) {
 
 // Row lengths around the vector widths, odd and even starts and ends: the same bytes as the
 // reference, nothing written outside the columns asked for, nothing read beyond them (the
-// buffers are cut to size for the address sanitizer).
+// buffers are cut to size for the address sanitizer). Up to two vectors of 256 pixels, the
+// widest SVE (2048 bits).
 TEST(ColourConvert, RowKernelsMatchReferenceAtEveryStartAndLength) {
-  const int maxLen = 2 * 64 + 5;
+  const int maxLen = 2 * 256 + 5;
   const std::vector<uint8_t> yAll = randomBytes(maxLen, 5), vuAll = randomBytes(maxLen + 1, 6);
   for (const ColourKernels* k : vectorTargets()) {
     SCOPED_TRACE(k->name);

@@ -4,7 +4,7 @@
 // option set explicitly to its default 0, which must change nothing.
 //
 // The values were recorded on x86_64; the engine gives the same bytes on 32-bit ARM for every
-// sweep whose frames the simulator renders the same there.
+// sweep whose frames the simulator renders the same there, and on 64-bit ARM for every sweep.
 //
 // A digest that moves means the default engine changed. If the change is meant (it should
 // almost never be), run with ZOLTPANO_GOLDEN_PRINT=1 to print the table and say why in the

@@ -7,6 +7,11 @@
 #define __INTRODUCED_IN(api_level) __ANDROID_AVAILABILITY(introduced = api_level)
 #define __DEPRECATED_IN(api_level) __ANDROID_AVAILABILITY(deprecated = api_level)
 #define __REMOVED_IN(api_level) __ANDROID_AVAILABILITY(obsoleted = api_level)
-/* 32-bit ARM is the only target checked here. */
+/* Annotations that hold for one word size only. */
+#if defined(__LP64__)
+#define __INTRODUCED_IN_32(api_level)
+#define __INTRODUCED_IN_64(api_level) __INTRODUCED_IN(api_level)
+#else
 #define __INTRODUCED_IN_32(api_level) __INTRODUCED_IN(api_level)
 #define __INTRODUCED_IN_64(api_level)
+#endif
