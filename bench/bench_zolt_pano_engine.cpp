@@ -10,6 +10,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "engine/capture_verdict.h"
 #include "image/nv21_img.h"
 #include "sim/sweep_simulator.h"
 #include "zolt_pano.h"
@@ -167,6 +168,31 @@ void BM_FrameOptions(benchmark::State& state) {
   ZOLT_PANO_SetLogLevel(ZOLT_PANO_LOG_VERBOSE);
 }
 BENCHMARK(BM_FrameOptions)->DenseRange(0, 4)->Unit(benchmark::kMillisecond)->Iterations(600);
+
+// The verdict's work at one merge (CaptureVerdict::add): the key frame's tracker-size luma
+// halved, band-passed and correlated with the last one's where they overlap. Two frames of the
+// sweep, 8 frames (about 90 px) apart, laid alternately where they belong, so each add judges a
+// real overlap. The
+// sweep above makes every frame a key frame: this is the verdict's cost per frame, to set
+// against BM_FrameOptions/0 of the same run.
+void BM_VerdictKeyFrame(benchmark::State& state) {
+  const Sweep& s = sweep();
+  const double scale = 400.0 / s.w;
+  cv::Mat luma[2];
+  for (int i = 0; i < 2; ++i) {
+    const cv::Mat y(s.h, s.w, CV_8UC1, const_cast<uint8_t*>(s.frames[100 + 8 * i].data()));
+    cv::resize(y, luma[i], cv::Size(0, 0), scale, scale, cv::INTER_LINEAR);
+  }
+  CaptureVerdict verdict;
+  int k = 0;
+  for (auto _ : state) {
+    const int i = k & 1;  // the tracker's pose is minus the camera's travel
+    verdict.add({luma[i], scale, {i ? -92.0 : 0.0, 0.0}, {i ? 92.0 : -92.0, 0.0}, false, true});
+    ++k;
+  }
+  state.counters["median correlation"] = verdict.evidence().medianCorrelation;
+}
+BENCHMARK(BM_VerdictKeyFrame)->Unit(benchmark::kMicrosecond);
 
 // The two halves of saving an 8000 x 1080 panorama: the conversion of the canvas to BGR and
 // the JPEG encoding.

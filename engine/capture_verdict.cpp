@@ -10,32 +10,25 @@
 
 namespace {
 
-// Band-pass of the halved tracker luma (200 pixels wide): a 3 x 3 box less an 11 x 11 box keeps
-// detail of about 2 to 10 of its pixels (10 to 50 preview pixels at 1920 wide). The noise and
-// the shading go, so that sky over ground does not make two unrelated views alike.
+// Band-pass of the halved tracker luma (200 pixels wide): the mean of a 3 x 3 box less that of
+// an 11 x 11 box keeps detail of about 2 to 10 of its pixels (10 to 50 preview pixels at 1920
+// wide). The noise and the shading go, so that sky over ground does not make two unrelated views
+// alike. The boxes are summed in 16 bits (121 x 255 fits) and weighted into one float picture.
 constexpr int kFineBox = 3, kCoarseBox = 11;
 // An overlap whose band-passed luma varies less than this (standard deviation, luma levels) in
 // either frame has nothing to agree on: sky, a blank wall, blur.
 constexpr double kFlatStdDev = 1.0;
 
-cv::Mat bandPass(const cv::Mat& luma) {
-  cv::Mat half, f, fine, coarse;
-  cv::resize(luma, half, cv::Size(luma.cols / 2, luma.rows / 2), 0, 0, cv::INTER_AREA);
-  half.convertTo(f, CV_32F);
-  cv::blur(f, fine, cv::Size(kFineBox, kFineBox), cv::Point(-1, -1), cv::BORDER_REPLICATE);
-  cv::blur(f, coarse, cv::Size(kCoarseBox, kCoarseBox), cv::Point(-1, -1), cv::BORDER_REPLICATE);
-  return fine - coarse;
-}
-
-// Zero-mean normalised correlation of two pictures of one size; *flat when either is flat.
+// Zero-mean normalised correlation of two float pictures of one size, in one pass of sums;
+// *flat when either is flat.
 double correlation(const cv::Mat& a, const cv::Mat& b, bool* flat) {
-  cv::Scalar ma, sa, mb, sb;
-  cv::meanStdDev(a, ma, sa);
-  cv::meanStdDev(b, mb, sb);
-  *flat = sa[0] < kFlatStdDev || sb[0] < kFlatStdDev;
+  const double n = static_cast<double>(a.total());
+  const double ma = cv::sum(a)[0] / n, mb = cv::sum(b)[0] / n;
+  const double va = std::max(0.0, a.dot(a) / n - ma * ma);
+  const double vb = std::max(0.0, b.dot(b) / n - mb * mb);
+  *flat = va < kFlatStdDev * kFlatStdDev || vb < kFlatStdDev * kFlatStdDev;
   if (*flat) return 0.0;
-  const double cov = (a - ma[0]).dot(b - mb[0]) / static_cast<double>(a.total());
-  return cov / (sa[0] * sb[0]);
+  return (a.dot(b) / n - ma * mb) / std::sqrt(va * vb);
 }
 
 double median(std::vector<double> v) {
@@ -53,9 +46,21 @@ std::string format(const char* fmt, double a, double b = 0, double c = 0) {
 
 }  // namespace
 
+void CaptureVerdict::bandPass(const cv::Mat& luma, cv::Mat& band) {
+  // Linear at exactly half the size averages each 2 x 2 block.
+  cv::resize(luma, half_, cv::Size(luma.cols / 2, luma.rows / 2), 0, 0, cv::INTER_LINEAR);
+  cv::boxFilter(half_, fine_, CV_16S, cv::Size(kFineBox, kFineBox), cv::Point(-1, -1), false,
+                cv::BORDER_REPLICATE);
+  cv::boxFilter(half_, coarse_, CV_16S, cv::Size(kCoarseBox, kCoarseBox), cv::Point(-1, -1),
+                false, cv::BORDER_REPLICATE);
+  cv::addWeighted(fine_, 1.0 / (kFineBox * kFineBox), coarse_, -1.0 / (kCoarseBox * kCoarseBox),
+                  0.0, band, CV_32F);
+}
+
 void CaptureVerdict::add(const KeyFrame& k) {
-  cv::Mat band = bandPass(k.luma);
-  Evidence& e = evidence_;
+  cv::Mat& band = current_;
+  bandPass(k.luma, band);
+  Evidence& e = counts_;
   if (e.keyFrames == 0) {
     firstPlacement_ = k.placement;
     horizontal_ = k.horizontal;
@@ -87,10 +92,15 @@ void CaptureVerdict::add(const KeyFrame& k) {
       }
     }
   }
-  previous_ = band;
+  cv::swap(previous_, current_);
   previousPlacement_ = k.placement;
+  placedAlong_ = std::fabs(horizontal_ ? k.placement.x - firstPlacement_.x
+                                       : k.placement.y - firstPlacement_.y);
   ++e.keyFrames;
+}
 
+CaptureVerdict::Evidence CaptureVerdict::evidence() const {
+  Evidence e = counts_;
   e.pairs = static_cast<int>(correlations_.size());
   e.medianCorrelation = median(correlations_);
   e.lowestCorrelation =
@@ -101,12 +111,12 @@ void CaptureVerdict::add(const KeyFrame& k) {
                                         : static_cast<double>(low) / static_cast<double>(e.pairs);
   e.travelAlong = std::fabs(horizontal_ ? travel_.x : travel_.y);
   e.travelAcross = std::fabs(horizontal_ ? travel_.y : travel_.x);
-  const cv::Point2d placed = k.placement - firstPlacement_;
-  e.placedAlong = std::fabs(horizontal_ ? placed.x : placed.y);
+  e.placedAlong = placedAlong_;
+  return e;
 }
 
 int CaptureVerdict::judge(int frameAlong, std::string& message) const {
-  const Evidence& e = evidence_;
+  const Evidence e = evidence();
   const double minSpan = kMinSpan * frameAlong;
   message.clear();
   if (std::hypot(e.travelAlong, e.travelAcross) >= minSpan && e.travelAcross > e.travelAlong) {

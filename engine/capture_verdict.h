@@ -27,7 +27,7 @@ class CaptureVerdict {
   };
   void add(const KeyFrame& k);
 
-  // The evidence so far. Pairs are consecutive key frames: the zero-mean normalised
+  // The evidence so far, worked out from the pairs kept. Pairs are consecutive key frames: the zero-mean normalised
   // correlation of their band-passed luma where the merger laid them over each other.
   struct Evidence {
     int keyFrames = 0;
@@ -44,7 +44,8 @@ class CaptureVerdict {
     // over along it.
     double travelAlong = 0, travelAcross = 0, placedAlong = 0;
   };
-  const Evidence& evidence() const { return evidence_; }
+  Evidence evidence() const;
+  bool started() const { return counts_.keyFrames > 0; }
 
   // 0 for a panorama (`message`: the evidence in figures), else the reason (a ZOLT_PANO_VERDICT_
   // code; `message`: what is wrong, with its figures).
@@ -59,10 +60,14 @@ class CaptureVerdict {
   static constexpr double kMinSpan = 0.1;          // of the frame's side along the sweep
 
  private:
-  cv::Mat previous_;  // band-passed halved luma of the last key frame, float
+  // The halved luma band-passed (float): the last key frame's and this one's; scratch.
+  void bandPass(const cv::Mat& luma, cv::Mat& band);
+  cv::Mat previous_, current_;
+  cv::Mat half_, fine_, coarse_;
   cv::Point2d previousPlacement_, firstPlacement_;
+  double placedAlong_ = 0;
   cv::Point2d travel_;  // summed steps, preview pixels, camera's motion (minus the offsets)
   bool horizontal_ = true;
-  std::vector<double> correlations_;
-  Evidence evidence_;
+  std::vector<double> correlations_;  // of the judged pairs, in placing order
+  Evidence counts_;  // the counts; the rest is worked out when asked
 };

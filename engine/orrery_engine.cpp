@@ -173,7 +173,7 @@ int OrreryEngine::provideNV21Image_AddImage(__tag_ZOLT_OFFSCREEN* panorama, tsRE
 }
 
 int OrreryEngine::judgeCapture(std::string& message) const {
-  if (verdict.evidence().keyFrames == 0) return -1;
+  if (!verdict.started()) return -1;
   const bool horizontal = ZOLT_PANO_IsHorizontalSweep(tracker->report.direction) != 0;
   return verdict.judge(horizontal ? width : height, message);
 }

@@ -84,7 +84,8 @@ std::string writePortraitClip(const std::string& path, double fps) {
 
 // The wobble fixes the direction as left; the sweep to the right is then refused frame after
 // frame. One capture (as the engine alone gives it) is a stub; with restarts the tool gives
-// the long panorama to the right and keeps the stub beside it. The same clip at 240 frames/s
+// the long panorama to the right and keeps the stub beside it, refused by the engine's verdict
+// as a single view. The same clip at 240 frames/s
 // keeps its single capture (the refusals last under a second).
 TEST(StitchFootage, PortraitSweepAfterAWobbleGivesTheLongPanorama) {
   const std::string dir = freshDir("portrait");
@@ -103,7 +104,9 @@ TEST(StitchFootage, PortraitSweepAfterAWobbleGivesTheLongPanorama) {
   EXPECT_TRUE(zolt::tools::refusesSweep(first.endCode)) << std::hex << first.endCode;
   EXPECT_TRUE(best.direction == MOVE_RIGHT && r.direction == MOVE_RIGHT);
   EXPECT_TRUE(r.panoramaPath == dir + "/pano.jpg" && best.panoramaPath == r.panoramaPath);
-  EXPECT_FALSE(cv::imread(dir + "/pano_capture1.jpg").empty());  // the stub is kept
+  EXPECT_FALSE(cv::imread(dir + "/pano_capture1_refused.jpg").empty());  // the stub is kept
+  EXPECT_EQ(first.gate.code, ZOLT_PANO_VERDICT_SINGLE_VIEW) << first.gate.message;
+  EXPECT_TRUE(best.gate.judged && best.gate.passed) << best.gate.message;
   // Nearly all of the sweep to the right (3.7 widths plus the frame itself): the new capture
   // starts where the wobble's panorama ends.
   EXPECT_EQ(r.panorama.rows, kPortraitH);

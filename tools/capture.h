@@ -32,7 +32,7 @@ struct CaptureRecord {
   int length = 0;         // panorama extent along the sweep, pixels; 0: none
   cv::Size panoramaSize;
   std::string panoramaPath;  // empty when it gave no panorama
-  Verdict gate;              // with the quality gate on: whether its picture is a panorama
+  Verdict gate;              // the engine's verdict: whether its picture is a panorama
 };
 
 // A key frame the merger placed, in canvas pixels.

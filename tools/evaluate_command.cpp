@@ -122,11 +122,11 @@ nlohmann::json toJson(const StitchResult& r, const Evaluation& e, const sim::Swe
       {"ssim", img.ssim},
       {"sky_step", e.skyStep}};
   const Verdict& gate = r.captures.at(static_cast<size_t>(r.chosenCapture)).gate;
-  j["quality_gate"] = nlohmann::json(nullptr);
+  j["verdict"] = nlohmann::json(nullptr);
   if (gate.judged)
-    j["quality_gate"] = {{"verdict", gate.passed ? "passed" : "refused"},
-                         {"code", ZOLT_PANO_CodeName(gate.code)},
-                         {"message", gate.message}};
+    j["verdict"] = {{"passed", gate.passed},
+                    {"reason", gate.passed ? "" : ZOLT_PANO_CodeName(gate.code)},
+                    {"message", gate.message}};
   j["time_ms"] = {{"initial", r.initMs},
                   {"read_frames", r.readMs},
                   {"select_frames", r.selectMs},
@@ -156,7 +156,7 @@ void printSummary(const StitchResult& r, const Evaluation& e, const sim::SweepRe
   std::string codes;
   for (int c : r.codesSeen) codes += (codes.empty() ? "" : ",") + hexCode(c);
   const Verdict& gate = r.captures.at(static_cast<size_t>(r.chosenCapture)).gate;
-  const std::string gateText = gate.judged ? ", quality gate " + describe(gate) : "";
+  const std::string gateText = gate.judged ? ", verdict " + describe(gate) : "";
   std::printf(
       "%s%s: %zu frames, %zu key frames, direction %s (truth %s), codes %s, key-frame error "
       "median %.2f p95 %.2f max %.2f px, length ratio %.4f, PSNR %.2f dB (tiles %.2f dB), SSIM "

@@ -62,7 +62,6 @@ void addStitchCliOptions(CLI::App* app, StitchCliArgs& a, const std::string& inp
 
 void applyStitchMode(const std::string& mode, StitchOptions& opt) {
   opt.engineOptions.clear();
-  opt.qualityGate = true;
   if (mode != "enhanced") return;
   opt.engineOptions = {{ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT, 1},
                        {ZOLT_PANO_OPTION_EXPOSURE_COMPENSATION, 1}};

@@ -35,7 +35,7 @@ struct StitchCliArgs {
 void addStitchCliOptions(CLI::App* app, StitchCliArgs& a, const std::string& input,
                          const std::string& inputHelp, const std::string& outputHelp,
                          bool outputRequired);
-// The engine options and the quality gate of a --mode: "exact" (none) or "enhanced" (all).
+// The engine options of a --mode: "exact" (none) or "enhanced" (all).
 void applyStitchMode(const std::string& mode, StitchOptions& opt);
 // Fills the session and source options; prints the problem and returns kExitUsage on a bad
 // value.

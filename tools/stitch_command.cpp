@@ -42,7 +42,7 @@ int runStitch(StitchArgs& a) {
               r.panorama.cols, r.panorama.rows, r.panoramaPath.c_str(),
               skyStep(r.panorama, ZOLT_PANO_IsHorizontalSweep(r.direction)),
               r.frames.size() * 1000.0 / std::max(1e-3, r.selectMs + r.addMs));
-  if (gate.judged) std::printf("quality gate: %s\n", describe(gate).c_str());
+  if (gate.judged) std::printf("verdict: %s\n", describe(gate).c_str());
   if (!opt.gyroPath.empty()) {
     const StitchResult::GyroClock& c = r.gyroClock;
     std::string clock;
@@ -77,8 +77,8 @@ int runStitch(StitchArgs& a) {
         "where the one before last took a key frame; %zu frames fed in all), %s:\n",
         r.captures.size(), r.frames.size(),
         !gate.judged  ? "the longest is the result"
-        : gate.passed ? "the longest the quality gate passed is the result"
-                      : "the quality gate refused them all, the longest is kept as refused");
+        : gate.passed ? "the longest the verdict passed is the result"
+                      : "the verdict refused them all, the longest is kept as refused");
     for (size_t i = 0; i < r.captures.size(); ++i) {
       const CaptureRecord& c = r.captures[i];
       std::string pano = "no panorama";
@@ -92,7 +92,7 @@ int runStitch(StitchArgs& a) {
                   c.firstFrame, c.lastFrame, directionName(c.direction).c_str(), c.keyFrames,
                   pano.c_str(), ended.c_str(),
                   static_cast<int>(i) == r.chosenCapture ? " (the result)" : "");
-      if (c.gate.judged) std::printf("    quality gate: %s\n", describe(c.gate).c_str());
+      if (c.gate.judged) std::printf("    verdict: %s\n", describe(c.gate).c_str());
     }
   }
   return rc;

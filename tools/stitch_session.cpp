@@ -124,7 +124,7 @@ class StitchRun {
 
   // Ends the current capture: its panorama saved as NAME_captureK, the engine released.
   void finishCapture(int endCode) {
-    capture_->finish(endCode, opt_.qualityGate);
+    capture_->finish(endCode, opt_.judge);
     CaptureRecord& rec = capture_->rec;
     const auto t0 = Clock::now();
     rec.panoramaPath = outputs_.writeJpeg(capture_->jpeg, "_capture" + std::to_string(rec.number) +
@@ -149,7 +149,7 @@ class StitchRun {
   int keyFrames_ = 0;
 };
 
-// The longest panorama the quality gate passed is the result (every one passes with the gate
+// The longest panorama the verdict passed is the result (every one passes with the verdict
 // off); failing that the longest refused one, then the last capture that fixed a direction.
 int chooseCapture(const std::vector<std::unique_ptr<Capture>>& done) {
   int chosen = -1;

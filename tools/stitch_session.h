@@ -44,9 +44,9 @@ struct StitchOptions {
   bool measureTravel = false;  // measure the camera's travel from the frames (ChainedTravel)
   // ZOLT_PANO_SetOption pairs for every capture's engine; none: the engine's default behaviour.
   std::vector<std::pair<int, int>> engineOptions;
-  // Refuse a capture whose key frames do not agree with one another or with the clip's motion
-  // (the picture is still written, under a name that says so).
-  bool qualityGate = false;
+  // Ask the engine's verdict on each capture (ZOLT_PANO_GetVerdict); a refused capture's picture
+  // is still written, under a name that says so.
+  bool judge = true;
 };
 
 struct StitchResult {

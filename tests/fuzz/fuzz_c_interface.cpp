@@ -5,7 +5,7 @@
 // before any merge, the tracker's too-quick limits set at random, and the extension's calls
 // (JPEG to a file and to memory, last errors into buffers of any size, options, canvas sizes,
 // Camera2 frames of any strides, log level and sink, frame times against the host gyroscope's
-// events). Engines are just above 640 pixels a side
+// events, the verdict). Engines are just above 640 pixels a side
 // so that one run stays fast.
 #include <unistd.h>
 
@@ -231,7 +231,7 @@ struct Program {
   }
 
   void extension(FuzzInput& in, void* h) {
-    switch (in.pick(11)) {
+    switch (in.pick(12)) {
       case 0:
         ZOLT_PANO_GetVersion();
         break;
@@ -296,6 +296,14 @@ struct Program {
           std::memcpy(&t, &bits, sizeof t);
         }
         ZOLT_PANO_SetFrameTime(h, t);
+        break;
+      }
+      case 10: {  // the verdict, with or without its outputs, before or after any merge
+        int verdict = 0;
+        char message[96];
+        const int size = in.pick(98) - 2;  // up to the buffer's size
+        ZOLT_PANO_GetVerdict(h, in.flag() ? &verdict : nullptr, in.flag() ? message : nullptr,
+                             size);
         break;
       }
       case 7: {  // the level, always back to verbose (lines still formatted for the sink)
