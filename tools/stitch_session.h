@@ -47,6 +47,12 @@ struct StitchOptions {
   // Refuse a capture whose key frames do not agree with one another or with the clip's motion
   // (the picture is still written, under a name that says so).
   bool qualityGate = false;
+  // The init record's camOrientation, and the photo information every capture's engine gets
+  // (the panorama upright, with EXIF and XMP); photoSet false: none, the bytes as the engine
+  // alone writes them.
+  int camOrientation = 90;
+  bool photoSet = false;
+  SessionPhoto photo;
 };
 
 struct StitchResult {
