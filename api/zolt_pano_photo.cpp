@@ -63,16 +63,15 @@ bool textFits(OrreryEngine* engine, const char* what, const char* text, const ch
   if (text == nullptr) return true;
   const size_t n = std::strlen(text);
   if (n > ZOLT_PANO_PHOTO_TEXT_MAX) {
-    refuse(engine, ZOLT_PANO_ERR_BAD_ARGUMENT,
-           "%s :: %s is %zu bytes : at most %d : call ignored", where, what, n,
-           ZOLT_PANO_PHOTO_TEXT_MAX);
+    refuse(engine, ZOLT_PANO_ERR_BAD_ARGUMENT, "%s :: %s is %zu bytes : at most %d : call ignored",
+           where, what, n, ZOLT_PANO_PHOTO_TEXT_MAX);
     return false;
   }
   bool control = false;
   const long at = badByte(text, &control);
   if (at < 0) return true;
-  refuse(engine, ZOLT_PANO_ERR_BAD_ARGUMENT, "%s :: %s %s at byte %ld : call ignored", where,
-         what, control ? "has a control character" : "is not UTF-8", at);
+  refuse(engine, ZOLT_PANO_ERR_BAD_ARGUMENT, "%s :: %s %s at byte %ld : call ignored", where, what,
+         control ? "has a control character" : "is not UTF-8", at);
   return false;
 }
 

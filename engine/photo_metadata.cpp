@@ -165,8 +165,8 @@ std::string exifDateTime(int64_t localMs) {
   civilFromDays(days, &y, &m, &d);
   const int64_t s = msOfDay / 1000;
   char text[32];
-  std::snprintf(text, sizeof text, "%04lld:%02d:%02d %02d:%02d:%02d", static_cast<long long>(y),
-                m, d, static_cast<int>(s / 3600), static_cast<int>(s / 60 % 60),
+  std::snprintf(text, sizeof text, "%04lld:%02d:%02d %02d:%02d:%02d", static_cast<long long>(y), m,
+                d, static_cast<int>(s / 3600), static_cast<int>(s / 60 % 60),
                 static_cast<int>(s % 60));
   return text;
 }
@@ -277,8 +277,8 @@ std::vector<uint8_t> withApp1(const std::vector<uint8_t>& jpeg,
   for (const std::vector<uint8_t>& p : payloads) {
     if (p.size() > 65533) throw std::runtime_error("APP1 payload over 65533 bytes");
     const size_t len = p.size() + 2;  // the length counts itself
-    out.insert(out.end(), {0xFF, 0xE1, static_cast<uint8_t>(len >> 8),
-                           static_cast<uint8_t>(len & 0xFF)});
+    out.insert(out.end(),
+               {0xFF, 0xE1, static_cast<uint8_t>(len >> 8), static_cast<uint8_t>(len & 0xFF)});
     out.insert(out.end(), p.begin(), p.end());
   }
   out.insert(out.end(), jpeg.begin() + static_cast<std::ptrdiff_t>(at), jpeg.end());

@@ -208,12 +208,11 @@ TEST(PhotoMetadata, FullPanoramaIsOneTurnAtTheSweepsScale) {
 }
 
 TEST(PhotoMetadata, SegmentsFollowJfifAndOversizedOnesAreRefused) {
-  const Bytes jfif = {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x04, 'J', 'F', 0xFF, 0xDB, 0x00, 0x02, 0xFF,
-                      0xD9};
+  const Bytes jfif = {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x04, 'J',
+                      'F',  0xFF, 0xDB, 0x00, 0x02, 0xFF, 0xD9};
   const Bytes out = photo::withApp1(jfif, {{'a', 'b', 'c'}, {'d'}});
-  const Bytes want = {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x04, 'J',  'F',  0xFF, 0xE1, 0x00,
-                      0x05, 'a',  'b',  'c',  0xFF, 0xE1, 0x00, 0x03, 'd',  0xFF, 0xDB,
-                      0x00, 0x02, 0xFF, 0xD9};
+  const Bytes want = {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x04, 'J', 'F',  0xFF, 0xE1, 0x00, 0x05, 'a',
+                      'b',  'c',  0xFF, 0xE1, 0x00, 0x03, 'd', 0xFF, 0xDB, 0x00, 0x02, 0xFF, 0xD9};
   EXPECT_EQ(out, want);
   const Bytes bare = {0xFF, 0xD8, 0xFF, 0xDB, 0x00, 0x02, 0xFF, 0xD9};  // no APP0: after SOI
   EXPECT_EQ(photo::withApp1(bare, {{'x'}}),
@@ -228,13 +227,14 @@ TEST(PhotoMetadata, SegmentsFollowJfifAndOversizedOnesAreRefused) {
 TEST(PhotoInfo, SavedPanoramaCarriesExifAndGPano) {
   zolt::test::LogCapture quiet;
   const Bytes plain = plainSweep();
-  const ZOLT_PANO_PhotoInfo pi = info("Zolt \xC3\x9Cnic\xC3\xB8" "de", "Pano <One> & \"Two\"");
+  const ZOLT_PANO_PhotoInfo pi = info(
+      "Zolt \xC3\x9Cnic\xC3\xB8"
+      "de",
+      "Pano <One> & \"Two\"");
   const std::string dir = ::testing::TempDir();
   Bytes saved, savedImage;
-  const Bytes jpeg =
-      sweepJpeg(1280, 720, SweepDirection::Right, 0, [&](void* h) {
-        ASSERT_EQ(ZOLT_PANO_SetPhotoInfo(h, &pi), 0);
-      });
+  const Bytes jpeg = sweepJpeg(1280, 720, SweepDirection::Right, 0,
+                               [&](void* h) { ASSERT_EQ(ZOLT_PANO_SetPhotoInfo(h, &pi), 0); });
   {
     // The same sweep again for the file outputs.
     zolt::sim::SweepConfig cfg = zolt::test::simSweep("handheld", zolt::test::kSweepPhoto, 30);
@@ -264,7 +264,9 @@ TEST(PhotoInfo, SavedPanoramaCarriesExifAndGPano) {
 
   const auto exif = exifTags(jpeg);
   const std::map<std::string, std::string> wantExif = {
-      {"Make", "Zolt \xC3\x9Cnic\xC3\xB8" "de"},
+      {"Make",
+       "Zolt \xC3\x9Cnic\xC3\xB8"
+       "de"},
       {"Model", "Pano <One> & \"Two\""},
       {"Software", "Sweep App 2.1"},
       {"Orientation", "Top-left"},
@@ -279,7 +281,8 @@ TEST(PhotoInfo, SavedPanoramaCarriesExifAndGPano) {
       {"PixelXDimension", std::to_string(picture.cols)},
       {"PixelYDimension", std::to_string(picture.rows)},
   };
-  for (const auto& [tag, value] : wantExif) EXPECT_EQ(exif.count(tag) ? exif.at(tag) : "-", value) << tag;
+  for (const auto& [tag, value] : wantExif)
+    EXPECT_EQ(exif.count(tag) ? exif.at(tag) : "-", value) << tag;
 
   const double f = photo::sweepFocalPx(1280, 720, true, 0);
   const int full = (static_cast<int>(std::lround(2 * kPi * f)) + 1) & ~1;
@@ -295,7 +298,8 @@ TEST(PhotoInfo, SavedPanoramaCarriesExifAndGPano) {
       {"CaptureSoftware", "Sweep App 2.1"},
   };
   const auto xmp = gpano(jpeg);
-  for (const auto& [tag, value] : wantGPano) EXPECT_EQ(xmp.count(tag) ? xmp.at(tag) : "-", value) << tag;
+  for (const auto& [tag, value] : wantGPano)
+    EXPECT_EQ(xmp.count(tag) ? xmp.at(tag) : "-", value) << tag;
   EXPECT_GT(std::stoi(xmp.count("SourcePhotosCount") ? xmp.at("SourcePhotosCount") : "0"), 5);
 
   // The option's field of view sets the scale; no software given: the library's version.
@@ -355,9 +359,9 @@ TEST(PhotoInfo, BadInformationIsRefusedAndTheEarlierKept) {
   EXPECT_EQ(message, p + "NULL argument : call ignored");
   // The edges of the ranges and the longest text are taken.
   const std::string long63(63, 'y');
-  const ZOLT_PANO_PhotoInfo edges[] = {{253402300799999LL - 840 * 60000, 840, long63.c_str(),
-                                        "\xF0\x9F\x93\xB7", nullptr},
-                                       {840 * 60000, -840, "", nullptr, "\xE2\x82\xAC"}};
+  const ZOLT_PANO_PhotoInfo edges[] = {
+      {253402300799999LL - 840 * 60000, 840, long63.c_str(), "\xF0\x9F\x93\xB7", nullptr},
+      {840 * 60000, -840, "", nullptr, "\xE2\x82\xAC"}};
   for (const ZOLT_PANO_PhotoInfo& ok : edges) EXPECT_EQ(ZOLT_PANO_SetPhotoInfo(h, &ok), 0);
   EXPECT_EQ(ZOLT_PANO_SetPhotoInfo(h, &good), 0);
   EXPECT_EQ(static_cast<OrreryEngine*>(h)->photoInfo.model, "Pano One");
@@ -399,16 +403,17 @@ TEST(Upright, EveryHoldAndSweepDirectionComesOutUpright) {
     ASSERT_EQ(ZOLT_PANO_SetOption(h, ZOLT_PANO_OPTION_UPRIGHT, 1), 0);
   };
   for (const cv::Size frame : {cv::Size(1280, 720), cv::Size(720, 1280)}) {
-    for (SweepDirection dir : {SweepDirection::Right, SweepDirection::Left, SweepDirection::Down,
-                               SweepDirection::Up}) {
+    for (SweepDirection dir :
+         {SweepDirection::Right, SweepDirection::Left, SweepDirection::Down, SweepDirection::Up}) {
       const cv::Mat reference = decoded(sweepJpeg(frame.width, frame.height, dir, 0, upright));
       ASSERT_FALSE(reference.empty());
       for (int turn : {90, 180, 270}) {
-        SCOPED_TRACE(::testing::Message() << frame << " " << zolt::sim::toString(dir) << " "
-                                          << turn);
+        SCOPED_TRACE(::testing::Message()
+                     << frame << " " << zolt::sim::toString(dir) << " " << turn);
         const cv::Mat got = decoded(sweepJpeg(frame.width, frame.height, dir, turn, upright));
         ASSERT_FALSE(got.empty());
-        const double aspect = double(got.cols) / got.rows / (double(reference.cols) / reference.rows);
+        const double aspect =
+            double(got.cols) / got.rows / (double(reference.cols) / reference.rows);
         EXPECT_NEAR(aspect, 1.0, 0.1);
         cv::Mat half;
         cv::rotate(got, half, cv::ROTATE_180);
