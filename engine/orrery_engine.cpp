@@ -162,11 +162,20 @@ int OrreryEngine::provideNV21Image_AddImage(__tag_ZOLT_OFFSCREEN* panorama, tsRE
     const int64_t t1 = zolt::wallClockMs();
     mergeFrames += 1;
     mergerTimeMs += elapsedMs(t0, t1);
+    if (merger->panoInitialised && !canvasFull())  // a key frame the canvas refused is not laid
+      verdict.add({r.keyLuma, r.scale, r.placement, r.offset, r.byGyroscope,
+                   ZOLT_PANO_IsHorizontalSweep(d) != 0});
   }
   const int extent = ZOLT_PANO_IsHorizontalSweep(d) ? panorama->width : panorama->height;
   // A canvas record of zero size would divide by zero: report no progress instead.
   *progress = extent != 0 ? (100 * r.sweepLength) / extent : 0;
   return resultCode;
+}
+
+int OrreryEngine::judgeCapture(std::string& message) const {
+  if (verdict.evidence().keyFrames == 0) return -1;
+  const bool horizontal = ZOLT_PANO_IsHorizontalSweep(tracker->report.direction) != 0;
+  return verdict.judge(horizontal ? width : height, message);
 }
 
 void OrreryEngine::GrabInfo_Tracking(tsPOINT* offset, long* isKeyFrame) {

@@ -13,6 +13,7 @@
 
 #include <opencv2/core.hpp>
 
+#include "engine/capture_verdict.h"
 #include "engine/pano_options.h"
 #include "engine/photo_metadata.h"
 #include "zolt_pano.h"
@@ -53,6 +54,8 @@ class ZOLT_PANO_EXPORT OrreryEngine {
   // ZOLT_PANO_SetPhotoInfo's copy; once set, saves carry EXIF and XMP and are turned upright.
   bool hasPhotoInfo = false;
   PhotoInfo photoInfo;
+  // Judges the capture at each merge (ZOLT_PANO_GetVerdict).
+  CaptureVerdict verdict;
 
   // The fixed camera's field of view, degrees across the frame's long and short side.
   static constexpr double kFixedHfovDeg = TrackerOptions::kFixedHfovDeg;
@@ -101,6 +104,8 @@ class ZOLT_PANO_EXPORT OrreryEngine {
   // The sweep's direction when the next AddImage places the first key frame (the only merge
   // that reads the canvas record's planes and sides), else MOVE_NONE.
   MoveDirection firstMergeDirection() const;
+  // The verdict on the capture so far (CaptureVerdict::judge), or -1 before the first merge.
+  int judgeCapture(std::string& message) const;
   void GrabInfo_Tracking(tsPOINT* offset, long* isKeyFrame);
   // Writes the cropped panorama to fileName as it stands (the interface appends ".jpg"): the
   // JPEG of encodeJpeg at the encoder's default quality, written out.

@@ -253,6 +253,25 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_SetOption(void* handle, int option, int value);
  * then tracked as one without a time. */
 ZOLT_PANO_EXPORT int ZOLT_PANO_SetFrameTime(void* handle, int64_t timestampNs);
 
+/* Whether the capture so far gives a panorama, judged from what the engine holds at each merge:
+ * how each key frame agrees with the one before where the merger laid them over each other
+ * (their detail correlated), the camera's travel along and across the sweep as the tracker
+ * measured it, and whether the images or the gyroscope placed each key frame. The judgement
+ * changes nothing the engine outputs. *verdict receives 0 for a panorama or one of the reasons
+ * below (names and hints through ZOLT_PANO_CodeName / ZOLT_PANO_CodeHint); `message` (if not
+ * NULL and messageSize > 0) the figures in one line, truncated to messageSize - 1 bytes and
+ * terminated. Ask before saving: a refused picture can still be saved, but it is not a
+ * panorama. Returns 0, or ZOLT_PANO_ERR_NOT_ENGINE, _NULL_ARGUMENT (verdict NULL), or
+ * _NOTHING_TO_SAVE before the first key frame is merged (*verdict untouched). */
+#define ZOLT_PANO_VERDICT_PANORAMA 0
+#define ZOLT_PANO_VERDICT_ACROSS 0xA001         /* the camera moved across the sweep more than along it */
+#define ZOLT_PANO_VERDICT_SINGLE_VIEW 0xA002    /* the key frames span less than a tenth of the frame */
+#define ZOLT_PANO_VERDICT_BROKEN_SEAM 0xA003    /* unrelated views meet at a seam: a piece missing or laid twice */
+#define ZOLT_PANO_VERDICT_DISAGREE 0xA004       /* the key frames do not agree where they overlap */
+#define ZOLT_PANO_VERDICT_GYRO_DISAGREES 0xA005 /* key frames the gyroscope placed disagree with the images */
+ZOLT_PANO_EXPORT int ZOLT_PANO_GetVerdict(void* handle, int* verdict, char* message,
+                                          int messageSize);
+
 /* The photo a user keeps: upright, with its metadata.
  *
  * camOrientation of the init record is read as the clockwise turn, in degrees, that shows a

@@ -161,6 +161,7 @@ zolt::test::SweepRun lagged(double lagMs, bool frameTimes) {
       if (r.key == 1) run.keys.push_back({f.index, r, f.truth});
     }
     zolt::setRansacSeed(false, 0);
+    EXPECT_EQ(ZOLT_PANO_GetVerdict(engine.handle(), &run.verdict, nullptr, 0), 0);
   }
   zolt_host_sensor_set_gyroscope(0);
   return run;
@@ -174,7 +175,8 @@ bool raised(const zolt::test::SweepRun& run, int code) {
 
 // Lag 0 raises ERR_TRACE_TOO_QUICK at the burst. With the gyroscope 100 ms ahead the engine
 // reads the attitude of 100 ms later: the burst goes unnoticed and key frames are laid hundreds
-// of pixels from where they belong. With the frame times it is tracked as at lag 0.
+// of pixels from where they belong, which the engine's verdict sees: the gyroscope's key frames
+// and the images disagree. With the frame times it is tracked as at lag 0.
 TEST(FrameTimeSweep, GyroscopeAheadOfTheFramesIsReadAtTheirTimes) {
   zolt::test::LogCapture quiet;
   const zolt::test::SweepRun onTime = lagged(0, true), late = lagged(100, false),
@@ -196,6 +198,9 @@ TEST(FrameTimeSweep, GyroscopeAheadOfTheFramesIsReadAtTheirTimes) {
     worst = std::max(worst, std::fabs(step - late.keys[i].report.offset.x));
   }
   EXPECT_GT(worst, 300.0);
+  EXPECT_EQ(onTime.verdict, 0);
+  EXPECT_EQ(lateWithTimes.verdict, 0);
+  EXPECT_EQ(late.verdict, ZOLT_PANO_VERDICT_GYRO_DISAGREES);
 }
 
 }  // namespace

@@ -52,9 +52,21 @@ void Capture::placeKeyFrame(const FrameRecord& f, const tsRECT& before) {
   ++rec.keyFrames;
 }
 
-void Capture::finish(int endCode) {
+std::string describe(const Verdict& v) {
+  return v.message + (v.passed ? ": passed" : ": refused");
+}
+
+void Capture::finish(int endCode, bool judge) {
   rec.endCode = endCode;
   if (session.haveRect()) {
+    char message[512] = "";
+    int code = 0;
+    if (judge && ZOLT_PANO_GetVerdict(session.handle(), &code, message, sizeof message) == 0) {
+      rec.gate.judged = true;
+      rec.gate.passed = code == 0;
+      rec.gate.code = code;
+      rec.gate.message = message;
+    }
     const auto t0 = std::chrono::steady_clock::now();
     jpeg = session.encodeJpeg();
     encodeMs = msSince(t0);

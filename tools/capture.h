@@ -8,10 +8,19 @@
 #include <opencv2/core.hpp>
 
 #include "tools/engine_session.h"
-#include "tools/quality_gate.h"
 #include "tools/restart_policy.h"
 
 namespace zolt::tools {
+
+// The engine's verdict on a capture's picture (ZOLT_PANO_GetVerdict), asked with --mode enhanced.
+struct Verdict {
+  bool judged = false;  // false: not asked, or the capture gave no picture
+  bool passed = true;
+  int code = 0;          // 0, or the ZOLT_PANO_VERDICT_ code of the refusal
+  std::string message;   // passed: the evidence in figures; refused: what is wrong
+};
+// The verdict on one line: "<message>: passed" or "<message>: refused".
+std::string describe(const Verdict& v);
 
 struct CaptureRecord {
   int number = 1;
@@ -23,7 +32,7 @@ struct CaptureRecord {
   int length = 0;         // panorama extent along the sweep, pixels; 0: none
   cv::Size panoramaSize;
   std::string panoramaPath;  // empty when it gave no panorama
-  GateVerdict gate;          // with the quality gate on: whether its picture is a panorama
+  Verdict gate;              // with the quality gate on: whether its picture is a panorama
 };
 
 // A key frame the merger placed, in canvas pixels.
@@ -41,8 +50,8 @@ class Capture {
   // Feeds one input frame; a key frame that moved the panorama's leading edge is placed.
   FrameRecord feed(const InputFrame& in);
   // Ends the capture with `endCode`: the panorama encoded into `jpeg` (empty when there is
-  // none) and the engine released.
-  void finish(int endCode);
+  // none), with `judge` the engine's verdict on it asked, and the engine released.
+  void finish(int endCode, bool judge);
 
   EngineSession session;
   CaptureRecord rec;

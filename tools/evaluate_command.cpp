@@ -121,20 +121,12 @@ nlohmann::json toJson(const StitchResult& r, const Evaluation& e, const sim::Swe
       {"tiles", img.tiles},
       {"ssim", img.ssim},
       {"sky_step", e.skyStep}};
-  const GateVerdict& gate = r.captures.at(static_cast<size_t>(r.chosenCapture)).gate;
+  const Verdict& gate = r.captures.at(static_cast<size_t>(r.chosenCapture)).gate;
   j["quality_gate"] = nlohmann::json(nullptr);
   if (gate.judged)
     j["quality_gate"] = {{"verdict", gate.passed ? "passed" : "refused"},
-                         {"reason", gate.reason},
-                         {"key_frames", gate.keyFrames},
-                         {"overlaps", gate.pairs},
-                         {"flat_overlaps", gate.flatPairs},
-                         {"median_correlation", gate.medianCorrelation},
-                         {"lowest_correlation", gate.lowestCorrelation},
-                         {"disagreeing", gate.disagreeing},
-                         {"travel_along_px", gate.travelAlong},
-                         {"travel_across_px", gate.travelAcross},
-                         {"placed_along_px", gate.placedAlong}};
+                         {"code", ZOLT_PANO_CodeName(gate.code)},
+                         {"message", gate.message}};
   j["time_ms"] = {{"initial", r.initMs},
                   {"read_frames", r.readMs},
                   {"select_frames", r.selectMs},
@@ -163,7 +155,7 @@ void printSummary(const StitchResult& r, const Evaluation& e, const sim::SweepRe
   const double n = std::max(1.0, static_cast<double>(r.frames.size()));
   std::string codes;
   for (int c : r.codesSeen) codes += (codes.empty() ? "" : ",") + hexCode(c);
-  const GateVerdict& gate = r.captures.at(static_cast<size_t>(r.chosenCapture)).gate;
+  const Verdict& gate = r.captures.at(static_cast<size_t>(r.chosenCapture)).gate;
   const std::string gateText = gate.judged ? ", quality gate " + describe(gate) : "";
   std::printf(
       "%s%s: %zu frames, %zu key frames, direction %s (truth %s), codes %s, key-frame error "

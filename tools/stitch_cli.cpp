@@ -54,8 +54,9 @@ void addStitchCliOptions(CLI::App* app, StitchCliArgs& a, const std::string& inp
                   "gyroscope's prediction; default: the engine's fixed 62.2 x 39.8 camera)")
       ->check(CLI::Range(10.0, 170.0));
   app->add_option("--mode", a.mode,
-                  "exact: the engine as zolt_pano.h specifies it; enhanced: sub-pixel placement, "
-                  "exposure compensation and the quality gate")
+                  "exact: the engine as zolt_pano.h specifies it; enhanced: with sub-pixel "
+                  "placement and exposure compensation. Either way the engine's verdict decides "
+                  "whether the picture is a panorama")
       ->check(CLI::IsMember({"exact", "enhanced"}))
       ->capture_default_str();
   app->add_option("--orientation", a.orientation,
@@ -68,7 +69,7 @@ void addStitchCliOptions(CLI::App* app, StitchCliArgs& a, const std::string& inp
 
 void applyStitchMode(const std::string& mode, StitchOptions& opt) {
   opt.engineOptions.clear();
-  opt.qualityGate = mode == "enhanced";
+  opt.qualityGate = true;
   if (mode != "enhanced") return;
   opt.engineOptions = {{ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT, 1},
                        {ZOLT_PANO_OPTION_EXPOSURE_COMPENSATION, 1}};
@@ -177,9 +178,9 @@ int runStitchReporting(const std::string& command, const std::string& input,
   }
   std::string problem = r.inputProblem;
   if (!r.outputProblem.empty()) problem += (problem.empty() ? "" : "; ") + r.outputProblem;
-  const GateVerdict& gate = r.captures.at(static_cast<size_t>(r.chosenCapture)).gate;
+  const Verdict& gate = r.captures.at(static_cast<size_t>(r.chosenCapture)).gate;
   if (!gate.passed) {
-    printError(command, "refused: " + gate.reason + (problem.empty() ? "" : "; " + problem) +
+    printError(command, "refused: " + gate.message + (problem.empty() ? "" : "; " + problem) +
                             "; the picture is kept as '" + r.panoramaPath + "'");
     return kExitFailure;
   }

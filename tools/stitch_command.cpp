@@ -34,7 +34,7 @@ int runStitch(StitchArgs& a) {
   const int rc = runStitchReporting("stitch", a.common.input, src, opt, r);
   if (rc != kExitOk && r.panoramaPath.empty()) return rc;
   if (a.common.quiet) return rc;
-  const GateVerdict& gate = r.captures.at(static_cast<size_t>(r.chosenCapture)).gate;
+  const Verdict& gate = r.captures.at(static_cast<size_t>(r.chosenCapture)).gate;
   std::printf("%s: %d frames, %zu key frames, %s sweep, %s %dx%d in %s, sky step %.2f (%.1f "
               "frames/s)\n",
               a.common.input.c_str(), r.inputFrames, r.keyFrames.size(),

@@ -88,22 +88,17 @@ class StitchRun {
     }
     in.timeMs = source_.timeMs();
     r_.readMs += msSince(t0);
-    if (opt_.measureTravel || opt_.qualityGate) {
+    if (opt_.measureTravel) {
       const cv::Mat luma(source_.height(), source_.width(), CV_8UC1, in.nv21.data());
       r_.travel.add(in.index, luma);
-      if (opt_.measureTravel) r_.centreTravel.add(in.index, luma);
+      r_.centreTravel.add(in.index, luma);
     }
     ++read_;
     return true;
   }
 
   FrameRecord feed(const InputFrame& in) {
-    const size_t placed = capture_->keyFrames.size();
     const FrameRecord f = capture_->feed(in);
-    if (opt_.qualityGate && capture_->keyFrames.size() > placed)
-      keyEvidence_.add(in.index, capture_->keyFrames.back().canvas,
-                       cv::Mat(source_.height(), source_.width(), CV_8UC1,
-                               const_cast<uint8_t*>(in.nv21.data())));
     r_.selectMs += f.selectMs;
     r_.addMs += f.addMs;
     if (f.keyFrame && capture_->session.haveRect()) ++keyFrames_;
@@ -132,12 +127,8 @@ class StitchRun {
 
   // Ends the current capture: its panorama saved as NAME_captureK, the engine released.
   void finishCapture(int endCode) {
-    capture_->finish(endCode);
+    capture_->finish(endCode, opt_.qualityGate);
     CaptureRecord& rec = capture_->rec;
-    if (opt_.qualityGate && !capture_->jpeg.empty())
-      rec.gate = judgeCapture(keyEvidence_, r_.travel, ZOLT_PANO_IsHorizontalSweep(rec.direction),
-                              ZOLT_PANO_IsHorizontalSweep(rec.direction) ? source_.width() : source_.height());
-    keyEvidence_ = KeyFrameEvidence();
     const auto t0 = Clock::now();
     rec.panoramaPath = outputs_.writeJpeg(capture_->jpeg, "_capture" + std::to_string(rec.number) +
                                                               (rec.gate.passed ? "" : "_refused"));
@@ -157,7 +148,6 @@ class StitchRun {
   std::deque<InputFrame> replay_;  // frames to feed again after a restart, in input order
   ReplayBuffer replayBuffer_;
   RefusedRun run_;
-  KeyFrameEvidence keyEvidence_;  // the current capture's, with the quality gate on
   int read_ = 0;
   int keyFrames_ = 0;
 };

@@ -205,6 +205,7 @@ bool ModuleTrack::offsetFromGyroscope(NV21Img& img) {
   meanOffX = 0.0;
   meanOffY = 0.0;
   ComputeOffXY_IMU(meanOffX, meanOffY, img);
+  report.byGyroscope = true;
   return true;
 }
 
@@ -225,6 +226,8 @@ void ModuleTrack::fillReport() {
   report.copyTicks = copyTicks;
   report.sadMillis = sadMillis;
   report.reservedCount = reservedCount;
+  report.keyLuma = preImg;
+  report.scale = scale;
 }
 
 void ModuleTrack::downscaleToCurrent(const cv::Mat& frame) {
@@ -253,6 +256,7 @@ bool ModuleTrack::tracking(NV21Img& img, double* eulerAngles, double* rotMat) {
   frameIdx += 1;
   errCode = SUCCESS;
   curPyrValid = false;
+  report.byGyroscope = false;
   ZLOGI(" --------------------------------------- \n \t\t\t\t [Tracking] : %d \n \t\t \t\t "
         "------------------------------------ ",
         frameIdx);

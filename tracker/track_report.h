@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include <opencv2/core/mat.hpp>
 #include <opencv2/core/types.hpp>
 
 #include "zolt_pano.h"
@@ -33,6 +34,12 @@ struct TrackReport {
   int32_t code = 0;  // the frame's result code
   UiState ui = UiState::kNone;
   int32_t sweepLength = 0;  // preview pixels along the sweep so far
+  // The images could not be followed and the gyroscope gave this frame's offset.
+  bool byGyroscope = false;
+  // The last key frame's luma at the tracker's size (8 bit, `scale` of the preview's width);
+  // shares the tracker's buffer, valid until the next frame.
+  cv::Mat keyLuma;
+  double scale = 1.0;
 
   // Statistics logged at release: ticks copying full-resolution luma, milliseconds in the
   // full-resolution strip search, and the reserved counter.

@@ -74,6 +74,7 @@ struct SweepRun {
   std::vector<FrameReport> frames;
   std::vector<KeyFrame> keys;
   tsRECT valid{};  // after the last frame
+  int verdict = -1;  // ZOLT_PANO_GetVerdict's, where the run asked for it
   int direction() const { return frames.empty() ? 0 : frames.back().direction; }
   std::set<int> refusals() const;
 };
