@@ -71,6 +71,7 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_Initial(tag_ZOLT_PANO_INIT_PARAM* param, void** h
     return ERR_INVALID_DIMENSIONS;
   }
   *handle = engine;
+  engine->camOrientation = param->camOrientation;
   zolt::api::enroll(engine);
   std::string failure;
   if (!engine->startGyroscope(failure) && !failure.empty())

@@ -28,6 +28,14 @@ add_library(zoltpano::yuv INTERFACE IMPORTED)
 target_include_directories(zoltpano::yuv INTERFACE ${ZP_LIBYUV_INCLUDE})
 target_link_libraries(zoltpano::yuv INTERFACE ${ZP_LIBYUV_LIB})
 
+# libexif (the saved panorama's EXIF): Debian's libexif-dev; for Android a libexif built with the
+# NDK, named with -DZOLTPANO_LIBEXIF_ROOT=<prefix> (include/libexif/, lib/libexif.so or .a).
+find_path(ZP_LIBEXIF_INCLUDE libexif/exif-data.h HINTS ${ZOLTPANO_LIBEXIF_ROOT}/include REQUIRED)
+find_library(ZP_LIBEXIF_LIB NAMES exif HINTS ${ZOLTPANO_LIBEXIF_ROOT}/lib REQUIRED)
+add_library(zoltpano::exif INTERFACE IMPORTED)
+target_include_directories(zoltpano::exif INTERFACE ${ZP_LIBEXIF_INCLUDE})
+target_link_libraries(zoltpano::exif INTERFACE ${ZP_LIBEXIF_LIB})
+
 # Android's log: liblog from the NDK; on Linux, Debian's host liblog (android-liblog-dev), whose
 # headers live under /usr/include/android.
 add_library(zoltpano::log INTERFACE IMPORTED)

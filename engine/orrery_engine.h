@@ -15,6 +15,7 @@
 
 #include "engine/capture_verdict.h"
 #include "engine/pano_options.h"
+#include "engine/photo_metadata.h"
 #include "zolt_pano.h"
 
 class ModuleTrack;
@@ -48,6 +49,11 @@ class ZOLT_PANO_EXPORT OrreryEngine {
   // SelectFrames reads the gyroscope at (0: none; that frame takes the newest attitude).
   int64_t lastFrameTimeNs = 0;
   int64_t pendingFrameTimeNs = 0;
+  // From the init record: the clockwise turn, degrees, that shows a preview frame upright.
+  int32_t camOrientation = 0;
+  // ZOLT_PANO_SetPhotoInfo's copy; once set, saves carry EXIF and XMP and are turned upright.
+  bool hasPhotoInfo = false;
+  PhotoInfo photoInfo;
   // Judges the capture at each merge (ZOLT_PANO_GetVerdict).
   CaptureVerdict verdict;
 
@@ -108,6 +114,13 @@ class ZOLT_PANO_EXPORT OrreryEngine {
   enum class JpegResult { kOk, kNothingToSave, kEncoderFailed, kOutOfMemory, kFailed };
   JpegResult encodeJpeg(int quality, std::vector<uint8_t>& bytes, cv::Size& size,
                         std::string& failure);
+  // Whether saves turn the panorama upright (the option, or photo information given).
+  bool uprightOutput() const { return options.upright || hasPhotoInfo; }
+  // The JPEG of the cropped panorama `pano` as every save writes it: turned upright and with
+  // the photo's EXIF and XMP when asked for, else exactly the encoder's bytes. *size: the
+  // stored image's. False when the encoder fails; throws what OpenCV and the metadata throw.
+  bool encodePhoto(const cv::Mat& pano, int quality, std::vector<uint8_t>& bytes,
+                   cv::Size* size) const;
   // Writes `bytes` to `path` whole, or removes what was written; false with errno's value in
   // *error.
   static bool writeFile(const char* path, const std::vector<uint8_t>& bytes, int* error);

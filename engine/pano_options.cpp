@@ -21,6 +21,8 @@ constexpr OptionRule kRules[] = {
      [](PanoOptions& o, int v) { o.tracker.hfovDeg = v / 100.0; }},
     {ZOLT_PANO_OPTION_GYRO_DELAY_US, -1000000, 1000000, "-1000000 to 1000000 (microseconds)",
      [](PanoOptions& o, int v) { o.gyroDelayNs = static_cast<int64_t>(v) * 1000; }},
+    {ZOLT_PANO_OPTION_UPRIGHT, 1, 1, "0 or 1",
+     [](PanoOptions& o, int v) { o.upright = v != 0; }},
 };
 
 }  // namespace

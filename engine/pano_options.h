@@ -13,6 +13,8 @@ struct PanoOptions {
   MergerOptions merger;
   // Added to every frame time (ZOLT_PANO_SetFrameTime) to put it on the gyroscope's clock, ns.
   int64_t gyroDelayNs = 0;
+  // Saves turn the panorama upright by the init record's camera orientation.
+  bool upright = false;
 
   enum class Status {
     kSet,

@@ -272,6 +272,48 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_SetFrameTime(void* handle, int64_t timestampNs);
 ZOLT_PANO_EXPORT int ZOLT_PANO_GetVerdict(void* handle, int* verdict, char* message,
                                           int messageSize);
 
+/* The photo a user keeps: upright, with its metadata.
+ *
+ * camOrientation of the init record is read as the clockwise turn, in degrees, that shows a
+ * preview frame upright (the value an Android app passes as CaptureRequest.JPEG_ORIENTATION:
+ * the sensor's orientation and the device's rotation together); 0, 90, 180 or 270, other
+ * values go to the nearest of them. Once ZOLT_PANO_OPTION_UPRIGHT is 1 or ZOLT_PANO_SetPhotoInfo
+ * has been accepted, ZOLT_PANO_SaveJpeg, ZOLT_PANO_EncodeJpeg and ZOLT_PANO_SaveImage turn the
+ * panorama's pixels by that angle before encoding (the EXIF orientation, when written, is 1:
+ * panorama viewers ignore the tag, and the cropped area below counts the stored pixels). With
+ * neither, the bytes are those of the engine without this block.
+ *   ZOLT_PANO_OPTION_UPRIGHT                 0 off (default), 1: turn the panorama upright.
+ */
+#define ZOLT_PANO_OPTION_UPRIGHT 5
+
+/* What ZOLT_PANO_SetPhotoInfo takes. Strings are UTF-8 without control characters, at most
+ * ZOLT_PANO_PHOTO_TEXT_MAX bytes; NULL or "" leaves the tag out (software: the library's
+ * version string instead). The engine copies them. */
+#define ZOLT_PANO_PHOTO_TEXT_MAX 63
+typedef struct ZOLT_PANO_PhotoInfo {
+  int64_t captureTimeUtcMs; /* when the sweep began: ms since 1970-01-01 00:00 UTC; the local
+                               time (this plus the zone offset) falls in the years 1970 to 9999 */
+  int32_t zoneOffsetMinutes; /* local time minus UTC at that moment, -840 to 840 */
+  const char* make;          /* the phone's maker (Build.MANUFACTURER) */
+  const char* model;         /* the phone's model (Build.MODEL) */
+  const char* software;      /* the app that made the panorama */
+} ZOLT_PANO_PhotoInfo;
+
+/* The photo's metadata, kept for every later save and turning the panorama upright as
+ * ZOLT_PANO_OPTION_UPRIGHT does; a later call replaces it. Any time before saving. From then on
+ * the JPEG carries EXIF (Make, Model, Software; DateTime, DateTimeOriginal and
+ * DateTimeDigitized in local time with SubSecTimeOriginal and OffsetTime, OffsetTimeOriginal,
+ * OffsetTimeDigitized; Orientation 1, PixelX/YDimension, ColorSpace sRGB) and an XMP packet with
+ * Google's photo-sphere tags (GPano) that gallery apps and panorama viewers read: projection
+ * equirectangular, UsePanoramaViewer True, the cropped area (the stored image, centred in the
+ * full panorama) and the full panorama's size: 360 degrees at the sweep's pixels per degree,
+ * from its field of view (ZOLT_PANO_OPTION_CAMERA_HFOV, else the engine's 62.2 x 39.8 degree
+ * camera), at least the stored image's size, twice as wide as high. See docs/integrating.md.
+ * Returns 0, or ZOLT_PANO_ERR_NOT_ENGINE, _NULL_ARGUMENT (info), or _BAD_ARGUMENT (a string too
+ * long, not UTF-8 or with a control character, a time or zone offset out of range); a refused
+ * call leaves the engine as it was. */
+ZOLT_PANO_EXPORT int ZOLT_PANO_SetPhotoInfo(void* handle, const ZOLT_PANO_PhotoInfo* info);
+
 #ifdef __cplusplus
 } /* extern "C" */
 #endif

@@ -63,11 +63,13 @@ cxxver=$(ls "$libc/c++" 2>/dev/null | sort -V | tail -n 1)
 
 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
-# Only the OpenCV, Highway and libyuv headers of the host, not the rest of its /usr/include.
+# Only the OpenCV, Highway, libyuv and libexif headers of the host, not the rest of its
+# /usr/include.
 mkdir -p "$tmp/include"
 ln -s /usr/include/opencv4/opencv2 "$tmp/include/opencv2"
 ln -s /usr/include/hwy "$tmp/include/hwy"
 ln -s /usr/include/libyuv "$tmp/include/libyuv"
+ln -s /usr/include/libexif "$tmp/include/libexif"
 
 # Search order: the project, the stand-ins (they wrap some C library headers with
 # #include_next), the platform's headers, OpenCV and Highway, the compiler's own headers

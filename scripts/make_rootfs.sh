@@ -31,7 +31,7 @@ pkgs=(
   # the engine, its tests, benchmarks and tools
   libopencv-dev libhwy-dev libgtest-dev libgmock-dev libbenchmark-dev
   android-liblog-dev android-liblog android-platform-frameworks-native-headers
-  libcli11-dev nlohmann-json3-dev libyuv-dev
+  libcli11-dev nlohmann-json3-dev libyuv-dev libexif-dev
 )
 include="$(IFS=,; echo "${pkgs[*]}")"
 

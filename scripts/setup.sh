@@ -31,7 +31,7 @@ pkgs=(
   build-essential cmake ninja-build pkg-config git
   libopencv-dev libhwy-dev libgtest-dev libgmock-dev libbenchmark-dev
   android-liblog-dev android-platform-frameworks-native-headers
-  libcli11-dev nlohmann-json3-dev libyuv-dev
+  libcli11-dev nlohmann-json3-dev libyuv-dev libexif-dev libimage-exiftool-perl
   clang libclang-rt-14-dev libc6-dev-armhf-cross libstdc++-12-dev-armhf-cross
   libc6-dev-arm64-cross libstdc++-12-dev-arm64-cross
   lomiri-wallpapers-16.04 lomiri-wallpapers-20.04

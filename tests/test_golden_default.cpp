@@ -91,7 +91,7 @@ const Golden kGolden[] = {
 // Every option the extension header defines, each set to 0 in the second run.
 const int kOptions[] = {ZOLT_PANO_OPTION_SUBPIXEL_PLACEMENT,
                         ZOLT_PANO_OPTION_EXPOSURE_COMPENSATION, ZOLT_PANO_OPTION_CAMERA_HFOV,
-                        ZOLT_PANO_OPTION_GYRO_DELAY_US};
+                        ZOLT_PANO_OPTION_GYRO_DELAY_US, ZOLT_PANO_OPTION_UPRIGHT};
 
 struct Outcome {
   int keyFrames = 0;

@@ -147,7 +147,7 @@ TEST(ZoltPanoExt, LastErrorIsKeptUntilReadAndOptionsAreRefused) {
   void* h = nullptr;
   ASSERT_EQ(ZOLT_PANO_Initial(&p, &h), SUCCESS);
   EXPECT_EQ(takeError(h), 0);
-  for (int option : {0, 5, -5, 1 << 20}) {
+  for (int option : {0, 6, -5, 1 << 20}) {
     EXPECT_EQ(ZOLT_PANO_SetOption(h, option, 1), ZOLT_PANO_ERR_BAD_OPTION);
     std::string message;
     EXPECT_EQ(takeError(h, &message), ZOLT_PANO_ERR_BAD_OPTION);

@@ -31,7 +31,7 @@ EngineSession::EngineSession(int w, int h, const SessionOptions& opt) : w_(w), h
   tag_ZOLT_PANO_INIT_PARAM init{};
   init.previewWidth = w;
   init.previewHeight = h;
-  init.camOrientation = 90;
+  init.camOrientation = opt.camOrientation;
   const auto t0 = Clock::now();
   const int rc = ZOLT_PANO_Initial(&init, &handle_);
   initMs_ = msSince(t0);
@@ -49,6 +49,16 @@ EngineSession::EngineSession(int w, int h, const SessionOptions& opt) : w_(w), h
       throw SessionError("the engine refused option " + std::to_string(option) + " = " +
                          std::to_string(value) + " (" + why + ")");
     }
+  if (opt_.photoSet) {
+    const ZOLT_PANO_PhotoInfo info{opt_.photo.captureTimeUtcMs, opt_.photo.zoneOffsetMinutes,
+                                   opt_.photo.make.c_str(), opt_.photo.model.c_str(),
+                                   opt_.photo.software.c_str()};
+    if (ZOLT_PANO_SetPhotoInfo(handle_, &info) != 0) {
+      const std::string why = engineMessage(handle_);
+      release();
+      throw SessionError("the engine refused the photo information (" + why + ")");
+    }
+  }
   // Until the direction is known the canvas record is the preview's size: the engine divides
   // the progress by it, and reads no plane before the first merge.
   ZOLT_PANO_CanvasSize(w, h, MOVE_NONE, 0, &canvas_.width, &canvas_.height);

@@ -28,6 +28,13 @@ struct SessionError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// ZOLT_PANO_SetPhotoInfo's values, strings owned.
+struct SessionPhoto {
+  int64_t captureTimeUtcMs = 0;
+  int zoneOffsetMinutes = 0;
+  std::string make, model, software;
+};
+
 struct SessionOptions {
   // ZOLT_PANO_SetOption pairs, set right after Initial; none: the engine's default behaviour.
   std::vector<std::pair<int, int>> options;
@@ -39,6 +46,13 @@ struct SessionOptions {
   GyroFeed* gyro = nullptr;  // not owned; null: the engine runs on vision alone
   // With a gyroscope: each frame's capture time goes to ZOLT_PANO_SetFrameTime.
   bool frameTimes = false;
+  // The init record's camOrientation (clockwise degrees that show a frame upright); only logged
+  // unless the panorama is turned upright (the option or photo information).
+  int camOrientation = 90;
+  // Given to ZOLT_PANO_SetPhotoInfo after the options: the panorama is saved upright with EXIF
+  // and XMP.
+  bool photoSet = false;
+  SessionPhoto photo;
 };
 
 // What one frame did, as the C interface reported it.

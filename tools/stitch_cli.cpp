@@ -8,6 +8,7 @@
 #include <new>
 
 #include "zolt_pano_ext.h"
+#include "tools/capture_time.h"
 #include "tools/command.h"
 #include "tools/gyro_alignment.h"
 #include "tools/gyro_feed.h"
@@ -57,6 +58,12 @@ void addStitchCliOptions(CLI::App* app, StitchCliArgs& a, const std::string& inp
                   "placement and exposure compensation. Either way the engine's verdict decides "
                   "whether the picture is a panorama")
       ->check(CLI::IsMember({"exact", "enhanced"}))
+      ->capture_default_str();
+  app->add_option("--orientation", a.orientation,
+                  "clockwise degrees that show the frames upright (a phone's sensor frames: its "
+                  "JPEG orientation; a video's rotation metadata is applied already); the "
+                  "enhanced mode saves the panorama turned so and with its EXIF and XMP")
+      ->check(CLI::IsMember({0, 90, 180, 270}))
       ->capture_default_str();
 }
 
@@ -110,6 +117,12 @@ int applyStitchCli(const StitchCliArgs& a, const std::string& command, const std
   opt.gyroLagMs = a.gyroLagMs;
   opt.frameTimes = a.frameTimes;
   applyStitchMode(a.mode, opt);
+  // The photo a user keeps: upright, with its metadata (the time is the input's, filled in by
+  // runStitchReporting; software: the library's version). The exact mode stays as it was.
+  if (a.mode == "enhanced") {
+    opt.camOrientation = a.orientation;
+    opt.photoSet = true;
+  }
   if (a.hfovDeg > 0)
     opt.engineOptions.emplace_back(ZOLT_PANO_OPTION_CAMERA_HFOV,
                                    static_cast<int>(std::lround(a.hfovDeg * 100)));
@@ -143,6 +156,11 @@ int runStitchReporting(const std::string& command, const std::string& input,
       ~KeepClock() { r.gyroClock = clock; }
     } keep{r, clock};
     std::unique_ptr<FrameSource> source = FrameSource::open(input, src);
+    if (run.photoSet) {
+      const CaptureTime t = inputCaptureTime(input);
+      run.photo.captureTimeUtcMs = t.utcMs;
+      run.photo.zoneOffsetMinutes = t.zoneOffsetMinutes;
+    }
     stitch(*source, run, r);
   } catch (const InputError& e) {
     printError(command, e.what());

@@ -28,6 +28,7 @@ struct StitchCliArgs {
   bool frameTimes = false;       // frame times to the engine
   double hfovDeg = 0.0;          // 0: the engine's fixed camera
   std::string mode = "enhanced";  // exact or enhanced (see applyStitchMode)
+  int orientation = 0;            // clockwise degrees that show the frames upright
 };
 
 // The input (positional, required, named `input` in the help) and -o NAME (required unless

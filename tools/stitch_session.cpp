@@ -34,6 +34,9 @@ class StitchRun {
         replayBuffer_(static_cast<size_t>(source.width()) * source.height() * 3 / 2) {
     // Before the first Initial: the host has a gyroscope from then on.
     session_.options = opt.engineOptions;
+    session_.camOrientation = opt.camOrientation;
+    session_.photoSet = opt.photoSet;
+    session_.photo = opt.photo;
     if (!opt.gyroPath.empty()) {
       gyro_ = std::make_unique<GyroFeed>(opt.gyroPath, opt.gyroOffsetMs, source.clockOriginNs());
       gyro_->setLag(opt.gyroLagMs);

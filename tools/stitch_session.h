@@ -47,6 +47,12 @@ struct StitchOptions {
   // Ask the engine's verdict on each capture (ZOLT_PANO_GetVerdict); a refused capture's picture
   // is still written, under a name that says so.
   bool judge = true;
+  // The init record's camOrientation, and the photo information every capture's engine gets
+  // (the panorama upright, with EXIF and XMP); photoSet false: none, the bytes as the engine
+  // alone writes them.
+  int camOrientation = 90;
+  bool photoSet = false;
+  SessionPhoto photo;
 };
 
 struct StitchResult {

@@ -231,7 +231,7 @@ struct Program {
   }
 
   void extension(FuzzInput& in, void* h) {
-    switch (in.pick(12)) {
+    switch (in.pick(13)) {
       case 0:
         ZOLT_PANO_GetVersion();
         break;
@@ -304,6 +304,24 @@ struct Program {
         const int size = in.pick(98) - 2;  // up to the buffer's size
         ZOLT_PANO_GetVerdict(h, in.flag() ? &verdict : nullptr, in.flag() ? message : nullptr,
                              size);
+        break;
+      }
+      case 11: {  // photo information: strings of any bytes up to past the limit, or none
+        char text[3][72];
+        const char* str[3];
+        for (int k = 0; k < 3; ++k) {
+          const int n = in.pick(72);
+          for (int i = 0; i < n; ++i) text[k][i] = static_cast<char>(in.byte());
+          text[k][n > 0 ? n - 1 : 0] = 0;
+          str[k] = in.pick(6) == 0 ? nullptr : text[k];
+        }
+        // 1969 to past 9999 in steps of 50 days and some ms, or any 64 bits.
+        int64_t t = (in.pick(65536) * 86400LL * 50 - 86400LL) * 1000 + in.pick(1000);
+        if (in.pick(4) == 0)
+          for (int i = 0; i < 8; ++i)
+            t = static_cast<int64_t>(static_cast<uint64_t>(t) << 8 | in.byte());
+        const ZOLT_PANO_PhotoInfo info{t, in.pick(2000) - 1000, str[0], str[1], str[2]};
+        ZOLT_PANO_SetPhotoInfo(h, in.pick(8) == 0 ? nullptr : &info);
         break;
       }
       case 7: {  // the level, always back to verbose (lines still formatted for the sink)

@@ -68,6 +68,16 @@ def c_interface():
         ext(6, pick(68) + pick(44) + pick(6) + pick(3) + pick(10) + bytes([1]) + b"\x40" * 32 + pick(3)) + \
         ext(6, pick(68) + pick(44) + pick(2) + pick(2) + pick(6) + bytes([0]) + b"\x40" * 32 + pick(3)) + \
         ext(7, pick(7) + select()) + ext(8) + ext(0) + ext(3, pick(300) + bytes([0]))
+    # Photo information (ext 10: three strings as length, bytes and a not-null pick; the time in
+    # 50-day steps and ms, a not-raw pick, the zone, a not-null pick), then a save with it.
+    def text(t):
+        b = t.encode() + b"\0"
+        return pick(len(b)) + b + pick(1)
+    seeds["photo_info"] = initial() + b"".join(select() + add() for _ in range(10)) + \
+        ext(10, text("Zolt") + text("Pano One") + text("Sweep") + pick(409) + pick(250) + pick(1) +
+            pick(1330) + pick(1)) + ext(1, bytes([1]) + pick(92)) + \
+        ext(10, text("x" * 70) + text("\u00e9") + text("") + pick(0) + pick(0) + pick(0) + pick(0) +
+            b"\xff" * 8 + pick(0) + pick(1))
     return seeds
 
 

@@ -8,12 +8,12 @@
 
 namespace zolt::test {
 
-Engine::Engine(int width, int height, int maxSweep)
+Engine::Engine(int width, int height, int maxSweep, int camOrientation)
     : width_(width), height_(height), maxSweep_(maxSweep) {
   tag_ZOLT_PANO_INIT_PARAM p{};
   p.previewWidth = width;
   p.previewHeight = height;
-  p.camOrientation = 90;
+  p.camOrientation = camOrientation;
   initial_ = ZOLT_PANO_Initial(&p, &handle_);
   ZOLT_PANO_CanvasSize(width, height, 0, 0, &rec_.width, &rec_.height);
 }

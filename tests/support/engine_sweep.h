@@ -26,13 +26,13 @@ struct FrameReport {
   int refusal = 0;    // ZOLT_PANO_GetLastError after the frame
 };
 
-// An engine for a landscape width x height preview (camera mounted at 90 degrees), released
+// An engine for a landscape width x height preview (camOrientation 90 unless given), released
 // with the object. Its canvas takes a sweep of up to maxSweep pixels (0: a whole turn), sized by
 // ZOLT_PANO_CanvasSize: the preview-sized record without planes until the direction is known,
 // then luma 0 and chroma 128.
 class Engine {
  public:
-  explicit Engine(int width = 1280, int height = 720, int maxSweep = 0);
+  explicit Engine(int width = 1280, int height = 720, int maxSweep = 0, int camOrientation = 90);
   ~Engine() { release(); }
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;
