@@ -253,6 +253,24 @@ ZOLT_PANO_EXPORT int ZOLT_PANO_SetOption(void* handle, int option, int value);
  * then tracked as one without a time. */
 ZOLT_PANO_EXPORT int ZOLT_PANO_SetFrameTime(void* handle, int64_t timestampNs);
 
+/* The panorama so far, for the app's strip view: the canvas inside the valid rectangle (its
+ * sides trimmed inwards to even canvas rows and columns, where the chroma pairs start), scaled
+ * to fit maxWidth x maxHeight and written as RGBA. "Fit": the largest size within maxWidth x
+ * maxHeight with the panorama's aspect (each side rounded to the nearest pixel, at least 1),
+ * never larger than the panorama itself (a panorama that fits is written at its own size).
+ * Colours are the JPEG's (full-range BT.601); bytes R, G, B, A in memory (libyuv's "ABGR",
+ * Android's ARGB_8888 / RGBA_8888), alpha 255. `rgba` holds maxHeight rows of rowStride bytes,
+ * rowStride at least maxWidth * 4 and maxHeight * rowStride at most 2^31 - 1; only the first
+ * *width * 4 bytes of the first *height rows are written. The canvas passed to
+ * ZOLT_PANO_AddImage is read, so call it between frames on the engine's thread, while the
+ * canvas is alive. Returns 0 with *width and *height set, or ZOLT_PANO_ERR_NOT_ENGINE,
+ * _NULL_ARGUMENT (rgba, width or height NULL), _BAD_ARGUMENT (a side under 1, a stride too
+ * small or a buffer over 2^31 - 1 bytes), _NOTHING_TO_SAVE (no key frame merged yet; this one
+ * is not logged), _INTERNAL; on a refusal nothing is written. */
+ZOLT_PANO_EXPORT int ZOLT_PANO_RenderPreview(void* handle, int maxWidth, int maxHeight,
+                                             unsigned char* rgba, int rowStride, int* width,
+                                             int* height);
+
 #ifdef __cplusplus
 } /* extern "C" */
 #endif

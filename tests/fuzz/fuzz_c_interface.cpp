@@ -5,7 +5,7 @@
 // before any merge, the tracker's too-quick limits set at random, and the extension's calls
 // (JPEG to a file and to memory, last errors into buffers of any size, options, canvas sizes,
 // Camera2 frames of any strides, log level and sink, frame times against the host gyroscope's
-// events). Engines are just above 640 pixels a side
+// events, the preview into buffers of any size). Engines are just above 640 pixels a side
 // so that one run stays fast.
 #include <unistd.h>
 
@@ -231,7 +231,7 @@ struct Program {
   }
 
   void extension(FuzzInput& in, void* h) {
-    switch (in.pick(11)) {
+    switch (in.pick(12)) {
       case 0:
         ZOLT_PANO_GetVersion();
         break;
@@ -296,6 +296,15 @@ struct Program {
           std::memcpy(&t, &bits, sizeof t);
         }
         ZOLT_PANO_SetFrameTime(h, t);
+        break;
+      }
+      case 10: {  // the preview into a buffer exactly as large as said; a size or stride off
+        const int w = in.pick(700) - 4, hh = in.pick(300) - 4, stride = w * 4 + in.pick(16) - 4;
+        const size_t bytes = static_cast<size_t>(std::max(stride, 0)) * std::max(hh, 0);
+        int pw = 0, ph = 0;
+        const int nulls = in.pick(16);
+        ZOLT_PANO_RenderPreview(h, w, hh, nulls == 0 ? nullptr : buffer(bytes), stride,
+                                nulls == 1 ? nullptr : &pw, nulls == 2 ? nullptr : &ph);
         break;
       }
       case 7: {  // the level, always back to verbose (lines still formatted for the sink)
