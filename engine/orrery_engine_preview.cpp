@@ -84,8 +84,8 @@ bool OrreryEngine::renderPreview(int maxWidth, int maxHeight, uint8_t* rgba, int
   }
   // NV12's conversion over VU with the mirrored matrix is NV21 to R, G, B, A bytes (libyuv's
   // NV21ToABGR), here with the JPEG's full-range BT.601 rather than video range.
-  libyuv::NV12ToARGBMatrix(y, yStride, vu, vuStride, rgba, rowStride, &libyuv::kYvuJPEGConstants,
-                           w, h);
+  libyuv::NV12ToARGBMatrix(y, yStride, vu, vuStride, rgba, rowStride, &libyuv::kYvuJPEGConstants, w,
+                           h);
   *width = w;
   *height = h;
   return true;

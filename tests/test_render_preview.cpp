@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -154,9 +153,9 @@ TEST_F(RenderPreview, ColoursAreTheEnginesOwnWithOddValidEdges) {
   ASSERT_EQ(p.width, crop.width);
   ASSERT_EQ(p.height, crop.height);
   // libyuv keeps 6 fractional bits on the chroma coefficients and rounds where the engine
-  // floors: its full-range result lies within 2 levels of the engine's 14-bit formulas, and
-  // both clamp the same way. A wrong matrix (video range), swapped channels or a chroma row
-  // or pair off by one are off by tens of levels.
+  // floors: over all 2^24 Y, U, V triples its full-range result lies within 2 levels of the
+  // engine's 14-bit formulas (checked once on x86 and armhf). A video-range matrix, swapped
+  // channels or a chroma row or pair off by one are off by tens of levels here.
   cv::Mat diff;
   cv::absdiff(p.bgr(), engineBgr(e, crop), diff);
   double worst = 0;
@@ -181,10 +180,8 @@ TEST_F(RenderPreview, HorizontalSweepFitsTheStrip) {
   const Preview whole = render(e.handle(), crop.width + 101, crop.height + 3);
   EXPECT_EQ(whole.width, crop.width);
   EXPECT_EQ(whole.height, crop.height);
-  // A box one pixel high still keeps a side at its limit.
-  const Preview thin = render(e.handle(), 5000, 1);
-  EXPECT_EQ(thin.height, 1);
-  EXPECT_GE(thin.width, 1);
+  // A box one pixel high: one row, as wide as the aspect says.
+  expectFit(render(e.handle(), 5000, 1), crop);
 }
 
 TEST_F(RenderPreview, VerticalSweepFitsTheStrip) {
@@ -205,7 +202,6 @@ TEST_F(RenderPreview, LeavesTheStridePaddingAndSpareRowsAlone) {
   for (const int pad : {0, 3, 64}) {
     const Preview p = render(e.handle(), 301, 97, pad);
     ASSERT_EQ(p.rc, 0) << p.message;
-    ASSERT_GT(p.width * 4 + pad, 0);
     size_t touched = 0;
     for (int r = 0; r < p.maxH; ++r)
       for (int b = 0; b < p.stride; ++b) {
@@ -234,14 +230,13 @@ TEST_F(RenderPreview, RefusalsKeepTheirCodeAndMessageAndWriteNothing) {
       {"negative stride", 64, 16, -256, true, true, true, ZOLT_PANO_ERR_BAD_ARGUMENT},
       {"stride overflowing", 0x40000000, 16, 0x7fffffff, true, true, true,
        ZOLT_PANO_ERR_BAD_ARGUMENT},
-      {"buffer over 2^31 bytes", 64, 0x800000, 256, true, true, true,
-       ZOLT_PANO_ERR_BAD_ARGUMENT},
+      {"buffer over 2^31 bytes", 64, 0x800000, 256, true, true, true, ZOLT_PANO_ERR_BAD_ARGUMENT},
   };
   for (const Case& c : cases) {
     int w = -7, h = -7;
-    const int rc = ZOLT_PANO_RenderPreview(e.handle(), c.maxW, c.maxH, c.rgba ? buf.data() : nullptr,
-                                           c.stride, c.width ? &w : nullptr,
-                                           c.height ? &h : nullptr);
+    const int rc =
+        ZOLT_PANO_RenderPreview(e.handle(), c.maxW, c.maxH, c.rgba ? buf.data() : nullptr, c.stride,
+                                c.width ? &w : nullptr, c.height ? &h : nullptr);
     std::string message;
     EXPECT_EQ(rc, c.code) << c.what;
     EXPECT_EQ(takeError(e.handle(), &message), c.code) << c.what;
