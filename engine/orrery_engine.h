@@ -124,6 +124,13 @@ class ZOLT_PANO_EXPORT OrreryEngine {
   // Writes `bytes` to `path` whole, or removes what was written; false with errno's value in
   // *error.
   static bool writeFile(const char* path, const std::vector<uint8_t>& bytes, int* error);
+  // The canvas inside the merger's valid rectangle (trimmed inwards to even rows and columns)
+  // scaled to fit maxWidth x maxHeight, never up, as R, G, B, A bytes into rgba, rows rowStride
+  // bytes apart (orrery_engine_preview.cpp). The caller has checked the arguments. false before
+  // the first merge. Throws std::bad_alloc.
+  bool renderPreview(int maxWidth, int maxHeight, uint8_t* rgba, int rowStride, int* width,
+                     int* height);
+  std::vector<uint8_t> previewScratch;  // the scaled NV21 picture, kept between calls
   // Logs the statistics and frees tracker, merger and frame image. Once only.
   int release();
   // Packed NV21 of the engine's size <-> 8-bit BGR, by the engine's conversion rules.

@@ -4,10 +4,11 @@
  * Everything here is additive: zolt_pano.h keeps its functions, records, codes and behaviour,
  * and an engine on which no option is set behaves exactly as that header says. This header adds
  * errors a caller can act on (a code and a one-line message per engine), control of the log,
- * the panorama as a JPEG file or in memory with a quality, the canvas size a sweep needs,
- * Camera2 / CameraX frames (YUV_420_888 with strides) turned into packed NV21, and the one
- * switch for behaviour beyond the original interface. Plain C99; every name starts with
- * ZOLT_PANO_, so it can be used after a header that defines SUCCESS or MOVE_NONE as macros.
+ * the panorama as a JPEG file or in memory with a quality, the panorama so far as an RGBA
+ * preview, the canvas size a sweep needs, Camera2 / CameraX frames (YUV_420_888 with strides)
+ * turned into packed NV21, and the one switch for behaviour beyond the original interface.
+ * Plain C99; every name starts with ZOLT_PANO_, so it can be used after a header that defines
+ * SUCCESS or MOVE_NONE as macros.
  *
  * Calls that return int return 0 on success and otherwise one of the codes below; the message
  * that goes with it is read with ZOLT_PANO_GetLastError. See docs/integrating.md.
@@ -313,6 +314,24 @@ typedef struct ZOLT_PANO_PhotoInfo {
  * long, not UTF-8 or with a control character, a time or zone offset out of range); a refused
  * call leaves the engine as it was. */
 ZOLT_PANO_EXPORT int ZOLT_PANO_SetPhotoInfo(void* handle, const ZOLT_PANO_PhotoInfo* info);
+
+/* The panorama so far, for the app's strip view: the canvas inside the valid rectangle (its
+ * sides trimmed inwards to even canvas rows and columns, where the chroma pairs start), scaled
+ * to fit maxWidth x maxHeight and written as RGBA. "Fit": the largest size within maxWidth x
+ * maxHeight with the panorama's aspect (the limiting side the box's, the other rounded to the
+ * nearest pixel, at least 1), never larger than the panorama itself (one that fits is written
+ * at its own size). Colours are the JPEG's (full-range BT.601); bytes R, G, B, A in memory
+ * (libyuv's "ABGR", Android's ARGB_8888 / RGBA_8888), alpha 255. `rgba` holds maxHeight rows
+ * of rowStride bytes, rowStride at least maxWidth * 4 and maxHeight * rowStride at most
+ * 2^31 - 1; only the first *width * 4 bytes of the first *height rows are written. The canvas
+ * passed to ZOLT_PANO_AddImage is read, so call it between frames on the engine's thread,
+ * while the canvas is alive. Returns 0 with *width and *height set, or
+ * ZOLT_PANO_ERR_NOT_ENGINE, _NULL_ARGUMENT (rgba, width or height NULL), _BAD_ARGUMENT (a side
+ * under 1, a stride too small or a buffer over 2^31 - 1 bytes), _NOTHING_TO_SAVE (no key frame
+ * merged yet; this one is not logged), _INTERNAL; on a refusal nothing is written. */
+ZOLT_PANO_EXPORT int ZOLT_PANO_RenderPreview(void* handle, int maxWidth, int maxHeight,
+                                             unsigned char* rgba, int rowStride, int* width,
+                                             int* height);
 
 #ifdef __cplusplus
 } /* extern "C" */

@@ -92,6 +92,8 @@ class ZOLT_PANO_EXPORT ModuleMerge {
   // The valid rectangle in canvas pixels (right, bottom exclusive). Returns 0; an unknown
   // direction leaves rect untouched.
   int CropBlackRect_AddImage(tsRECT* rect);
+  // The same rectangle; false for an unknown direction.
+  bool validRect(cv::Rect& rect) const;
 
  private:
   MergerOptions options_;
@@ -104,7 +106,6 @@ class ZOLT_PANO_EXPORT ModuleMerge {
   void directFillHorizontal(int start, int end, const std::vector<int>& seam, Side side,
                             NV21Img& frame);
   void directFillVertical(int edge, const std::vector<int>& seam, Side side, NV21Img& frame);
-  bool validRect(cv::Rect& rect) const;
 
   // Exposure compensation (module_merge_exposure.cpp). The key frame centred at canvas position
   // pos for the seam search and the ramp, its gain applied where they read and wherever the gain

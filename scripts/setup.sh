@@ -7,16 +7,19 @@
 #   scripts/setup.sh --armhf     also the 32-bit ARM cross compiler, qemu-user and mmdebstrap
 #   scripts/setup.sh --aarch64   also the 64-bit ARM cross compiler, qemu-user and mmdebstrap
 #   scripts/setup.sh --arm       both
+#   scripts/setup.sh --viewer    also Chromium, Node.js with npm and exiftool (the viewer check)
 set -euo pipefail
 
 want_armhf=0
 want_aarch64=0
+want_viewer=0
 for a in "$@"; do
   case "$a" in
     --armhf) want_armhf=1 ;;
     --aarch64) want_aarch64=1 ;;
     --arm) want_armhf=1; want_aarch64=1 ;;
-    -h|--help) sed -n '2,9p' "$0"; exit 0 ;;
+    --viewer) want_viewer=1 ;;
+    -h|--help) sed -n '2,10p' "$0"; exit 0 ;;
     *) echo "setup.sh: unknown option '$a'" >&2; exit 2 ;;
   esac
 done
@@ -42,6 +45,11 @@ if [ "$want_armhf" -eq 1 ]; then
 fi
 if [ "$want_aarch64" -eq 1 ]; then
   pkgs+=(g++-aarch64-linux-gnu)
+fi
+if [ "$want_viewer" -eq 1 ]; then
+  pkgs+=(chromium nodejs libimage-exiftool-perl)
+  # Debian's npm, unless a Node.js that brings its own (NodeSource's) is installed already.
+  command -v npm >/dev/null 2>&1 || pkgs+=(npm)
 fi
 if [ "$want_armhf" -eq 1 ] || [ "$want_aarch64" -eq 1 ]; then
   pkgs+=(qemu-user mmdebstrap)

@@ -5,8 +5,8 @@
 // before any merge, the tracker's too-quick limits set at random, and the extension's calls
 // (JPEG to a file and to memory, last errors into buffers of any size, options, canvas sizes,
 // Camera2 frames of any strides, log level and sink, frame times against the host gyroscope's
-// events, the verdict). Engines are just above 640 pixels a side
-// so that one run stays fast.
+// events, the verdict, photo information, the preview into buffers of any size). Engines are
+// just above 640 pixels a side so that one run stays fast.
 #include <unistd.h>
 
 #include <algorithm>
@@ -231,7 +231,7 @@ struct Program {
   }
 
   void extension(FuzzInput& in, void* h) {
-    switch (in.pick(13)) {
+    switch (in.pick(14)) {
       case 0:
         ZOLT_PANO_GetVersion();
         break;
@@ -322,6 +322,15 @@ struct Program {
             t = static_cast<int64_t>(static_cast<uint64_t>(t) << 8 | in.byte());
         const ZOLT_PANO_PhotoInfo info{t, in.pick(2000) - 1000, str[0], str[1], str[2]};
         ZOLT_PANO_SetPhotoInfo(h, in.pick(8) == 0 ? nullptr : &info);
+        break;
+      }
+      case 12: {  // the preview into a buffer exactly as large as said; a size or stride off
+        const int w = in.pick(700) - 4, hh = in.pick(300) - 4, stride = w * 4 + in.pick(16) - 4;
+        const size_t bytes = static_cast<size_t>(std::max(stride, 0)) * std::max(hh, 0);
+        int pw = 0, ph = 0;
+        const int nulls = in.pick(16);
+        ZOLT_PANO_RenderPreview(h, w, hh, nulls == 0 ? nullptr : buffer(bytes), stride,
+                                nulls == 1 ? nullptr : &pw, nulls == 2 ? nullptr : &ph);
         break;
       }
       case 7: {  // the level, always back to verbose (lines still formatted for the sink)

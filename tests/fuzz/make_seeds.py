@@ -58,7 +58,8 @@ def c_interface():
         initial(nulls=1) + initial(size=1) + initial(slot=0, size=2) + select()
     # The extension's calls (other(5) -> pick(9)) after a few merged frames: JPEG to a file and
     # to memory, the last error into a short buffer, an option, canvas sizes, Camera2 frames,
-    # a log level around a frame, the platform log for a moment.
+    # a log level around a frame, the platform log for a moment, the preview (fits, a stride short,
+    # no buffer), the verdict.
     def ext(what, arg=b""):
         return other(5, arg=pick(what) + arg)
     seeds["extension"] = initial() + b"".join(select() + add() for _ in range(10)) + \
@@ -67,16 +68,18 @@ def c_interface():
         ext(5, pick(5) + pick(1380) + pick(820) + pick(4) + bytes([0]) + pick(20)) + \
         ext(6, pick(68) + pick(44) + pick(6) + pick(3) + pick(10) + bytes([1]) + b"\x40" * 32 + pick(3)) + \
         ext(6, pick(68) + pick(44) + pick(2) + pick(2) + pick(6) + bytes([0]) + b"\x40" * 32 + pick(3)) + \
-        ext(7, pick(7) + select()) + ext(8) + ext(0) + ext(3, pick(300) + bytes([0]))
-    # Photo information (ext 10: three strings as length, bytes and a not-null pick; the time in
+        ext(7, pick(7) + select()) + ext(8) + ext(0) + ext(3, pick(300) + bytes([0])) + \
+        ext(12, pick(304) + pick(104) + pick(8) + pick(5)) + ext(12, pick(1004) + pick(54) + pick(0) + pick(5)) + \
+        ext(12, pick(64) + pick(24) + pick(4) + pick(0)) + ext(10, bytes([1, 1]) + pick(50))
+    # Photo information (ext 11: three strings as length, bytes and a not-null pick; the time in
     # 50-day steps and ms, a not-raw pick, the zone, a not-null pick), then a save with it.
     def text(t):
         b = t.encode() + b"\0"
         return pick(len(b)) + b + pick(1)
     seeds["photo_info"] = initial() + b"".join(select() + add() for _ in range(10)) + \
-        ext(10, text("Zolt") + text("Pano One") + text("Sweep") + pick(409) + pick(250) + pick(1) +
+        ext(11, text("Zolt") + text("Pano One") + text("Sweep") + pick(409) + pick(250) + pick(1) +
             pick(1330) + pick(1)) + ext(1, bytes([1]) + pick(92)) + \
-        ext(10, text("x" * 70) + text("\u00e9") + text("") + pick(0) + pick(0) + pick(0) + pick(0) +
+        ext(11, text("x" * 70) + text("\u00e9") + text("") + pick(0) + pick(0) + pick(0) + pick(0) +
             b"\xff" * 8 + pick(0) + pick(1))
     return seeds
 

@@ -51,6 +51,8 @@ class Engine {
   }
 
   const std::vector<uint8_t>& canvasBytes() const { return canvas_; }
+  // The canvas as AddImage gets it; its bytes may be rewritten between frames.
+  const __tag_ZOLT_OFFSCREEN& canvas() const { return rec_; }
 
  private:
   int width_, height_, maxSweep_;
