@@ -74,9 +74,13 @@ end
 begin "host tests"
 run_ctest build/host
 
-# A real panorama viewer reads what the tool saves: a landscape and a portrait sweep stitched by
-# zoltpano, each opened in Photo Sphere Viewer in headless Chromium (scripts/viewer_check.sh),
-# which must find the GPano crop in the file's XMP, the crop as large as the JPEG, and draw it.
+# A real panorama viewer reads what the tool saves: a sweep with the phone held in landscape and
+# one with it held upright (the camera's sensor frames turned a quarter counter-clockwise, as a
+# phone whose sensor sits at 90 degrees delivers them, stitched with --orientation 90), each
+# opened in Photo Sphere Viewer in headless Chromium (scripts/viewer_check.sh). The tool's own
+# GPano packet must give the full width of a whole turn at the engine's field of view along the
+# sweep (2 pi f, f from 62.2 degrees across the long side or 39.8 across the short), the picture
+# must come out upright (wider than high), and the viewer must read the crop and draw it.
 if [ "$viewer" -eq 1 ]; then
   begin "viewer (Photo Sphere Viewer in headless Chromium)"
   vdir=build/viewer
@@ -84,32 +88,33 @@ if [ "$viewer" -eq 1 ]; then
   zp=build/host/tools/zoltpano
   xmp() { exiftool -s3 "-XMP-GPano:$2" "$1"; }
   seen=()
-  for sweep in "landscape 1920x1080 62.2 2" "portrait 1080x1920 39.8 1"; do
-    read -r name size hfov scale <<<"$sweep"
-    "$zp" simulate --preset handheld --size "$size" --frames 100 --photo-scale "$scale" \
+  # name, simulated frames, the side the sweep runs along in the frames fed and its field of view
+  for sweep in "landscape 1920x1080 1920 62.2" "portrait 1080x1920 1080 39.8"; do
+    read -r name size along fov <<<"$sweep"
+    "$zp" simulate --preset handheld --size "$size" --frames 100 --photo-scale 2 \
       --out "$vdir/$name" --force >"$vdir/$name.log"
-    "$zp" stitch "$vdir/$name" -o "$vdir/$name" >>"$vdir/$name.log"
+    input=$vdir/$name orientation=0
+    if [ "$name" = portrait ]; then
+      input=$vdir/$name-sensor.mkv orientation=90
+      ffmpeg -v error -f rawvideo -pix_fmt nv21 -s "$size" -r 30 -i "$vdir/$name/frames.nv21" \
+        -vf transpose=2 -c:v ffv1 -y "$input"
+    fi
+    "$zp" stitch "$input" -o "$vdir/$name" --orientation "$orientation" >>"$vdir/$name.log"
     jpg="$vdir/$name.jpg"
     read -r w h < <(exiftool -s3 -ImageWidth -ImageHeight "$jpg" | paste -sd' ')
-    # >>> GPano by hand: until zoltpano stitch writes the packet itself (ZOLT_PANO_SetPhotoInfo,
-    # >>> in its default mode), exiftool tags the file: a whole turn at the engine's field of
-    # >>> view across the frame's width, the crop centred. Once it lands, delete these lines;
-    # >>> the checks below then read the tool's own packet.
-    full=$(awk -v w="${size%x*}" -v f="$hfov" 'BEGIN { printf "%d", 360 * w / f + 0.5 }')
-    exiftool -q -overwrite_original -XMP-GPano:ProjectionType=equirectangular \
-      -XMP-GPano:UsePanoramaViewer=True -XMP-GPano:FullPanoWidthPixels="$full" \
-      -XMP-GPano:FullPanoHeightPixels=$((full / 2)) -XMP-GPano:CroppedAreaImageWidthPixels="$w" \
-      -XMP-GPano:CroppedAreaImageHeightPixels="$h" -XMP-GPano:CroppedAreaLeftPixels=$(((full - w) / 2)) \
-      -XMP-GPano:CroppedAreaTopPixels=$(((full / 2 - h) / 2)) "$jpg"
-    # <<< end of the hand-made GPano packet.
+    [ "$w" -gt "$h" ] || { echo "$jpg: ${w}x$h is not upright" >&2; exit 1; }
     [ "$(xmp "$jpg" ProjectionType)" = equirectangular ] || { echo "$jpg: no GPano packet" >&2; exit 1; }
+    full=$(xmp "$jpg" FullPanoWidthPixels)
+    want=$(awk -v s="$along" -v f="$fov" 'BEGIN { printf "%d", 2 * atan2(0, -1) * (s / 2) / (sin(f * atan2(0, -1) / 360) / cos(f * atan2(0, -1) / 360)) }')
+    [ $((full - want)) -ge -2 ] && [ $((full - want)) -le 2 ] ||
+      { echo "$jpg: full width $full, a whole turn is $want" >&2; exit 1; }
     bash scripts/viewer_check.sh "$jpg" --screenshot "$vdir/$name-view.png" \
-      --expect-full-width "$(xmp "$jpg" FullPanoWidthPixels)" \
+      --expect-full-width "$full" \
       --expect-full-height "$(xmp "$jpg" FullPanoHeightPixels)" \
       --expect-cropped-width "$w" --expect-cropped-height "$h" \
       --expect-cropped-x "$(xmp "$jpg" CroppedAreaLeftPixels)" \
       --expect-cropped-y "$(xmp "$jpg" CroppedAreaTopPixels)" | tee "$vdir/$name.json"
-    seen+=("$name ${w}x$h of $(xmp "$jpg" FullPanoWidthPixels)x$(xmp "$jpg" FullPanoHeightPixels)")
+    seen+=("$name ${w}x$h of ${full}x$(xmp "$jpg" FullPanoHeightPixels)")
   done
   end "$(IFS=,; echo "${seen[*]}" | sed 's/,/, /g'); screenshots in $vdir"
 fi
