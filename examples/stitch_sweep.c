@@ -74,6 +74,8 @@ int main(int argc, char** argv) {
   size_t jpegSize = 0;
   size_t nextEvent = 0;
   int status = 1, rc, k, frames = 0, keyFrames = 0, lastCode = ZOLT_PANO_SUCCESS;
+  int verdict = ZOLT_PANO_VERDICT_PANORAMA;
+  char why[256];
 
   if (argc != 3) {
     fprintf(stderr, "usage: stitch_sweep SWEEP_DIR OUT.jpg\n");
@@ -176,6 +178,16 @@ int main(int argc, char** argv) {
     if (isKeyFrame) ++keyFrames;
     if (rc > 0) break;
   }
+
+  /* Before calling it a panorama: the engine's verdict on the capture. A refused picture can
+   * still be saved; the user is told why and asked to sweep again. */
+  rc = ZOLT_PANO_GetVerdict(handle, &verdict, why, sizeof why);
+  if (rc != 0) {
+    print_refusal(handle, rc);
+    goto done;
+  }
+  if (verdict != ZOLT_PANO_VERDICT_PANORAMA)
+    printf("stitch_sweep: not a panorama (%s): %s\n", ZOLT_PANO_CodeHint(verdict), why);
 
   rc = ZOLT_PANO_SaveJpeg(handle, argv[2], 0); /* 0: the engine's default quality */
   if (rc != 0) {
