@@ -36,8 +36,11 @@ digest() {  # NAME INPUT [stitch options...]
   local name=$1 input=$2
   shift 2
   "$zp" stitch "$input" --mode exact --no-restart -q -o "$work/$name" "$@" >/dev/null 2>&1 || true
-  local jpeg=missing
-  [ -f "$work/$name.jpg" ] && jpeg=$(md5sum < "$work/$name.jpg" | cut -c1-32)
+  local jpeg=missing f
+  # A picture the engine's verdict refused is the same bytes under another name.
+  for f in "$work/$name.jpg" "$work/${name}_refused.jpg"; do
+    [ -f "$f" ] && jpeg=$(md5sum < "$f" | cut -c1-32)
+  done
   printf '%-40s jpeg %s csv %s\n' "$name" "$jpeg" "$(csv_digest "$work/$name.csv")"
 }
 
