@@ -43,9 +43,9 @@ for p in steady handheld shaky too-fast goes-back wrong-axis drifting textureles
   done
 done
 # Other frame sizes, the portrait camera, every direction and the turning camera.
-for spec in "1920x1080 right translate" "720x1280 right translate" "1280x720 left translate" \
+for shape in "1920x1080 right translate" "720x1280 right translate" "1280x720 left translate" \
             "1280x720 down translate" "1280x720 up rotate" "1920x1080 left rotate"; do
-  read -r size dir model <<<"$spec"
+  read -r size dir model <<<"$shape"
   name=handheld_${size}_${dir}_${model}
   sim "$name" -p handheld -s "$size" -d "$dir" -m "$model"
   row "handheld $size $dir $model (enhanced)" "$work/$name"
