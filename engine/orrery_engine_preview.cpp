@@ -50,6 +50,11 @@ bool OrreryEngine::renderPreview(int maxWidth, int maxHeight, uint8_t* rgba, int
   int w = 0, h = 0;
   fitSize(cropW, cropH, maxWidth, maxHeight, &w, &h);
   int srcW = cropW, srcH = cropH, yStride = stride, vuStride = stride;
+  // The exact step down from srcW x srcH while the picture is at least twice the preview: 4, 2,
+  // or 0 when it is not.
+  const auto exactStep = [&w, &h](int sw, int sh) {
+    return sw >= 4 * w && sh >= 4 * h ? 4 : sw >= 2 * w && sh >= 2 * h ? 2 : 0;
+  };
   if (w != cropW || h != cropH) {
     // Exact quarters and halves first (libyuv's vector box rows), while the picture is at least
     // twice the preview; then one bilinear step of less than 2, which loses no detail. Any
@@ -58,16 +63,13 @@ bool OrreryEngine::renderPreview(int maxWidth, int maxHeight, uint8_t* rgba, int
     // preview's own NV21.
     const int cw = (w + 1) / 2 * 2, ch = (h + 1) / 2 * 2;  // the VU plane covers even sides
     size_t level = 0;
-    if (srcW >= 2 * w && srcH >= 2 * h) {
-      const int f = srcW >= 4 * w && srcH >= 4 * h ? 4 : 2;
+    if (const int f = exactStep(srcW, srcH))
       level = static_cast<size_t>((srcW / f) & ~1) * ((srcH / f) & ~1) * 3 / 2;
-    }
     const size_t out = static_cast<size_t>(w) * h + static_cast<size_t>(cw) * ch / 2;
     previewScratch.resize(level + level / 4 + out);
     uint8_t* buffers[2] = {previewScratch.data(), previewScratch.data() + level};
     int next = 0;
-    while (srcW >= 2 * w && srcH >= 2 * h) {
-      const int f = srcW >= 4 * w && srcH >= 4 * h ? 4 : 2;
+    for (int f = exactStep(srcW, srcH); f != 0; f = exactStep(srcW, srcH)) {
       const int lw = (srcW / f) & ~1, lh = (srcH / f) & ~1;  // even: whole VU pairs
       uint8_t* ly = buffers[next];
       uint8_t* lvu = ly + static_cast<size_t>(lw) * lh;

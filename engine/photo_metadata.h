@@ -9,6 +9,8 @@
 
 #include <opencv2/core.hpp>
 
+#include "tracker/tracker_options.h"
+
 // What ZOLT_PANO_SetPhotoInfo accepted, copied.
 struct PhotoInfo {
   int64_t captureTimeUtcMs = 0;  // ms since 1970-01-01 00:00 UTC
@@ -24,10 +26,10 @@ int quarterTurn(int camOrientationDeg);
 cv::Mat turned(const cv::Mat& pano, int turnDeg);
 
 // The focal length in pixels along the sweep of frames frameW x frameH as handed to the engine:
-// hfovDeg > 0 gives fx = fy from the width; 0 the fixed camera, kLongFovDeg across the frame's
-// long side and kShortFovDeg across its short side.
-constexpr double kLongFovDeg = 62.2;
-constexpr double kShortFovDeg = 39.8;
+// hfovDeg > 0 gives fx = fy from the width; 0 the tracker's fixed camera, kLongFovDeg across the
+// frame's long side and kShortFovDeg across its short side.
+constexpr double kLongFovDeg = TrackerOptions::kFixedHfovDeg;
+constexpr double kShortFovDeg = TrackerOptions::kFixedVfovDeg;
 double sweepFocalPx(int frameW, int frameH, bool horizontalSweep, double hfovDeg);
 
 // GPano's frame, in pixels of the stored (turned) image of width x height.
