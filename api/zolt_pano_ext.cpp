@@ -47,6 +47,7 @@ constexpr CodeText kCodes[] = {
     {ZOLT_PANO_ERR_BAD_ARGUMENT, "ERR_BAD_ARGUMENT", "An argument is out of range"},
     {ZOLT_PANO_ERR_FRAME_REFUSED, "ERR_FRAME_REFUSED", "The last frame was refused"},
     {ZOLT_PANO_ERR_INTERNAL, "ERR_INTERNAL", "The engine failed: see the log"},
+    {ZOLT_PANO_ERR_BUSY, "ERR_BUSY", "Call the engine from one thread at a time"},
     {ZOLT_PANO_VERDICT_ACROSS, "VERDICT_ACROSS", "Sweep along one line, not sideways"},
     {ZOLT_PANO_VERDICT_SINGLE_VIEW, "VERDICT_SINGLE_VIEW", "Sweep further"},
     {ZOLT_PANO_VERDICT_BROKEN_SEAM, "VERDICT_BROKEN_SEAM",

@@ -126,6 +126,9 @@ static inline int ZOLT_PANO_IsHorizontalSweep(int direction) {
 #define ZOLT_PANO_ERR_BAD_ARGUMENT 0x9009   /* a size, stride or quality out of its range */
 #define ZOLT_PANO_ERR_FRAME_REFUSED 0x900A  /* AddImage after a frame that was refused */
 #define ZOLT_PANO_ERR_INTERNAL 0x900B       /* the engine failed (out of memory, ...) */
+/* A call on an engine while another thread is inside one. The C calls expect one thread at a
+ * time and do not check; bindings that check (the Java one) refuse with this code. */
+#define ZOLT_PANO_ERR_BUSY 0x900C
 
 /* The code's name as written here or in zolt_pano.h without the prefix ("ERR_TRACE_TOO_QUICK",
  * "ERR_CANVAS_FULL"); "UNKNOWN" for any other value. A static string. */

@@ -120,7 +120,8 @@ TEST(ZoltPanoExt, CodeNamesAndHintsCoverEveryCode) {
                {ZOLT_PANO_ERR_BAD_OPTION, "ERR_BAD_OPTION"},
                {ZOLT_PANO_ERR_BAD_ARGUMENT, "ERR_BAD_ARGUMENT"},
                {ZOLT_PANO_ERR_FRAME_REFUSED, "ERR_FRAME_REFUSED"},
-               {ZOLT_PANO_ERR_INTERNAL, "ERR_INTERNAL"}};
+               {ZOLT_PANO_ERR_INTERNAL, "ERR_INTERNAL"},
+               {ZOLT_PANO_ERR_BUSY, "ERR_BUSY"}};
   std::set<std::string> hints;
   for (const auto& c : codes) {
     EXPECT_STREQ(ZOLT_PANO_CodeName(c.code), c.name);
@@ -131,7 +132,7 @@ TEST(ZoltPanoExt, CodeNamesAndHintsCoverEveryCode) {
     EXPECT_EQ((c.code & 0xF000) == 0x9000, refusal) << c.name;
   }
   EXPECT_STREQ(ZOLT_PANO_CodeHint(ERR_TRACE_TOO_QUICK), "Move slower");
-  for (int other : {-1, 0x7003, 0x9000, 0x900C, 0x10000}) {
+  for (int other : {-1, 0x7003, 0x9000, 0x900D, 0x10000}) {
     EXPECT_STREQ(ZOLT_PANO_CodeName(other), "UNKNOWN");
     EXPECT_STREQ(ZOLT_PANO_CodeHint(other), "");
   }
