@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Installs everything zoltpano needs on Debian 12 (bookworm) with apt-get.
 # Idempotent: packages already present are left alone. Run as root, or as a user with sudo.
-#   scripts/setup.sh             host build, tests, benchmarks, tools, photos, and the Android
-#                                compile check (clang with Debian's armhf and arm64 C/C++
-#                                library headers)
+#   scripts/setup.sh             host build, tests, benchmarks, tools, photos, the Java binding
+#                                (a JDK, JUnit 5, Kotlin) and the Android compile check (clang
+#                                with Debian's armhf and arm64 C/C++ library headers, Android's
+#                                jni.h)
 #   scripts/setup.sh --armhf     also the 32-bit ARM cross compiler, qemu-user and mmdebstrap
 #   scripts/setup.sh --aarch64   also the 64-bit ARM cross compiler, qemu-user and mmdebstrap
 #   scripts/setup.sh --arm       both
@@ -39,6 +40,7 @@ pkgs=(
   libc6-dev-arm64-cross libstdc++-12-dev-arm64-cross
   lomiri-wallpapers-16.04 lomiri-wallpapers-20.04
   ffmpeg
+  default-jdk-headless junit5 kotlin android-libnativehelper-dev
 )
 if [ "$want_armhf" -eq 1 ]; then
   pkgs+=(g++-arm-linux-gnueabihf)
