@@ -1,6 +1,7 @@
 # cmake --install: the library with the gyroscope fusion library next to it, the public header,
 # a CMake package (find_package(ZoltPano) -> ZoltPano::zoltpano) and a pkg-config file. Host
-# builds add the host sensor service and its header (ZoltPano::host_sensor).
+# builds add the host sensor service and its header (ZoltPano::host_sensor); builds with a JDK
+# the Java binding (ZoltPano::jni, share/java/zoltpano.jar; java/CMakeLists.txt installs them).
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -20,9 +21,11 @@ install(TARGETS ${_zp_install_targets} EXPORT ZoltPanoTargets
 install(EXPORT ZoltPanoTargets NAMESPACE ZoltPano::
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/ZoltPano)
 
+set(ZP_JAR_PATH ${CMAKE_INSTALL_DATADIR}/java/zoltpano.jar)  # installed by java/ when built
 configure_package_config_file(cmake/ZoltPanoConfig.cmake.in
   ${CMAKE_CURRENT_BINARY_DIR}/ZoltPanoConfig.cmake
-  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/ZoltPano)
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/ZoltPano
+  PATH_VARS ZP_JAR_PATH)
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/ZoltPanoConfigVersion.cmake
   COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ZoltPanoConfig.cmake

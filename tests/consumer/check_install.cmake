@@ -92,6 +92,21 @@ if(NOT headers STREQUAL "include/zolt_host_sensor.h;include/zolt_pano.h;include/
                       "zolt_pano_ext.h")
 endif()
 
+# The Java binding, where the build had a JDK (JAVA and JAVAC given): the jar and the JNI library.
+if(JAVA)
+  foreach(pattern "^share/java/zoltpano\\.jar$" "/libzoltpano_jni\\.so$")
+    set(hit "")
+    foreach(f IN LISTS files)
+      if(f MATCHES "${pattern}")
+        set(hit "${f}")
+      endif()
+    endforeach()
+    if(NOT hit)
+      message(FATAL_ERROR "nothing installed matches ${pattern}; installed:\n${files}")
+    endif()
+  endforeach()
+endif()
+
 # From here on only the moved tree exists.
 file(RENAME "${installed}" "${prefix}")
 
@@ -162,12 +177,28 @@ unset(ENV{PKG_CONFIG_PATH})
 run("configuring the consumer" ${CMAKE_COMMAND} -S "${CONSUMER_DIR}" -B "${WORK_DIR}/consumer"
     -G "${GENERATOR}" -DCMAKE_C_COMPILER=${C_COMPILER} -DCMAKE_PREFIX_PATH=${prefix}
     -DCMAKE_BUILD_TYPE=Release -DCMAKE_C_FLAGS=-Werror)
+set(consumer_configured "${run_out}")
 run("building the consumer" ${CMAKE_COMMAND} --build "${WORK_DIR}/consumer")
 run("configuring the examples" ${CMAKE_COMMAND} -S "${EXAMPLES_DIR}" -B "${WORK_DIR}/examples"
     -G "${GENERATOR}" -DCMAKE_C_COMPILER=${C_COMPILER} -DCMAKE_CXX_COMPILER=${CXX_COMPILER}
     -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_BUILD_TYPE=Release -DCMAKE_C_FLAGS=-Werror
     -DCMAKE_CXX_FLAGS=-Werror)
 run("building the examples" ${CMAKE_COMMAND} --build "${WORK_DIR}/examples")
+
+# The Java consumer against the moved jar, its JNI library found through java.library.path
+# (which then finds the engine next to it); the CMake package names both.
+if(JAVA)
+  if(NOT consumer_configured MATCHES "ZoltPano::jni [^\n]*/libzoltpano_jni\\.so, jar ${prefix}/share/java/zoltpano\\.jar")
+    message(FATAL_ERROR "find_package(ZoltPano) gave no ZoltPano::jni or ZoltPano_JAR:\n${consumer_configured}")
+  endif()
+  run("compiling Consumer.java" ${JAVAC} -Werror -d "${WORK_DIR}/java" -cp
+      "${prefix}/share/java/zoltpano.jar" "${CONSUMER_DIR}/Consumer.java")
+  run("running Consumer" ${JAVA} "-Djava.library.path=${libdir}"
+      -cp "${prefix}/share/java/zoltpano.jar:${WORK_DIR}/java" Consumer)
+  if(NOT run_out MATCHES "^ZOLT_PANO_v3\\.7\nERR_INVALID_DIMENSIONS: ZOLT_PANO_Initial[^\n]*\nERR_NOT_ENGINE: PanoramaEngine\\.encodeJpeg: the engine is closed\n$")
+    message(FATAL_ERROR "Consumer printed:\n${run_out}\n${run_err}")
+  endif()
+endif()
 
 expect_consumer("${WORK_DIR}/consumer_pc")
 expect_consumer("${WORK_DIR}/consumer/zoltpano_consumer")
