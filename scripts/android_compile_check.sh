@@ -8,7 +8,7 @@
 #     -v      print each compiler command
 # The files come from scripts/android_sources.txt. Headers: the platform's own where Debian
 # ships them (android/log.h from android-liblog-dev; android/sensor.h and android/looper.h from
-# android-platform-frameworks-native-headers), Debian's C and C++ library headers of the same
+# android-platform-frameworks-native-headers; jni.h from android-libnativehelper-dev), Debian's C and C++ library headers of the same
 # processor as the C library (clang defines __ANDROID__ for the triple), and the small
 # stand-ins in cmake/android-stub-include for what only the platform's C library has
 # (sys/system_properties.h, the API-level annotations). OpenCV and Highway headers are Debian's.
@@ -60,6 +60,8 @@ cxxver=$(ls "$libc/c++" 2>/dev/null | sort -V | tail -n 1)
 [ -f /usr/include/android/android/sensor.h ] ||
   fail "android/sensor.h missing (android-platform-frameworks-native-headers)"
 [ -f /usr/include/android/android/log.h ] || fail "android/log.h missing (android-liblog-dev)"
+[ -f /usr/include/android/nativehelper/jni.h ] ||
+  fail "Android's jni.h missing (android-libnativehelper-dev)"
 
 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
@@ -83,6 +85,7 @@ flags=(
   -I. -Iinclude
   -isystem cmake/android-stub-include
   -isystem /usr/include/android
+  -isystem /usr/include/android/nativehelper
   -isystem "$tmp/include"
   -isystem "$libc/c++/$cxxver" -isystem "$libc/c++/$cxxver/$multiarch"
   -isystem "$("$cxx" -print-resource-dir)/include"
