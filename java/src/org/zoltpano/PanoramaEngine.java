@@ -292,6 +292,8 @@ public final class PanoramaEngine implements AutoCloseable {
       }
       if (rgba == null) {
         rgba = ByteBuffer.allocateDirect((int) bytes);
+      } else if (rgba.isReadOnly()) {
+        throw refusal(ZoltPanoException.ERR_BAD_ARGUMENT, "preview", "the rgba buffer is read-only");
       } else if (!rgba.isDirect()) {
         throw refusal(ZoltPanoException.ERR_BAD_ARGUMENT, "preview",
             "the rgba buffer is on the heap; pass a direct buffer (ByteBuffer.allocateDirect)");
@@ -379,6 +381,8 @@ public final class PanoramaEngine implements AutoCloseable {
     }
   }
 
+  // Every call ends here, after its native call: reading `caller` keeps this engine reachable
+  // until then, so the cleaner cannot free the native side under a running call.
   private void leave() {
     caller.set(null);
   }
