@@ -201,67 +201,70 @@ private fun run(sweep: Sweep, out: String, frameTimes: Boolean) {
   var lastCode = FrameResult.SUCCESS
   var last: FrameResult? = null
   var stripSize = "none"
-  reader.use {
-    PanoramaEngine.create(w, h, 90).use { engine ->
-      // The frames' clock to the gyroscope's, as gyro-check would have measured it.
-      val delayUs = Math.round(sweep.gyroOffsetMs * 1000).toInt()
-      if (frameTimes && delayUs != 0) {
-        engine.setOption(PanoramaEngine.OPTION_GYRO_DELAY_US, delayUs)
-      }
-      engine.setPhotoInfo(startMs, TimeZone.getDefault().getOffset(startMs) / 60000, null, null,
-          "PanoramaLoop")
-      var nextEvent = 0
-      for (k in 0 until sweep.frames) {
-        if (!reader.next()) {
-          throw InputException("frames.nv21 ends before the ${sweep.frames} frames of meta.json")
+  try {
+    reader.use {
+      PanoramaEngine.create(w, h, 90).use { engine -> // 90: a phone held upright
+        // The frames' clock to the gyroscope's, as gyro-check would have measured it.
+        val delayUs = Math.round(sweep.gyroOffsetMs * 1000).toInt()
+        if (frameTimes && delayUs != 0) {
+          engine.setOption(PanoramaEngine.OPTION_GYRO_DELAY_US, delayUs)
         }
-        // The gyroscope's events up to this frame's time have reached the engine.
-        val untilNs = Math.round((sweep.frameMs(k) + sweep.gyroOffsetMs) * 1e6)
-        while (nextEvent < sweep.gyro.size && sweep.gyro[nextEvent].tNs <= untilNs) {
-          val e = sweep.gyro[nextEvent++]
-          HostGyroscope.push(CLOCK_BASE_NS + e.tNs, e.x, e.y, e.z)
-        }
-        HostGyroscope.sync()
+        engine.setPhotoInfo(startMs, TimeZone.getDefault().getOffset(startMs) / 60000, null, null,
+            "PanoramaLoop")
+        var nextEvent = 0
+        for (k in 0 until sweep.frames) {
+          if (!reader.next()) {
+            throw InputException("frames.nv21 ends before the ${sweep.frames} frames of meta.json")
+          }
+          // The gyroscope's events up to this frame's time have reached the engine.
+          val untilNs = Math.round((sweep.frameMs(k) + sweep.gyroOffsetMs) * 1e6)
+          while (nextEvent < sweep.gyro.size && sweep.gyro[nextEvent].tNs <= untilNs) {
+            val e = sweep.gyro[nextEvent++]
+            HostGyroscope.push(CLOCK_BASE_NS + e.tNs, e.x, e.y, e.z)
+          }
+          HostGyroscope.sync()
 
-        val timeNs = if (frameTimes) CLOCK_BASE_NS + Math.round(sweep.frameMs(k) * 1e6) else -1L
-        val result = engine.addFrame(y, w, u, v, w, 2, timeNs)
-        frames++
-        last = result
-        if (result.isTimeUsed) timesUsed++
-        if (result.code() != lastCode) {
-          val hint = result.hint()
-          println("frame $k: ${result.codeName()}" + if (hint.isNotEmpty()) ": $hint" else "")
-          lastCode = result.code()
+          val timeNs = if (frameTimes) CLOCK_BASE_NS + Math.round(sweep.frameMs(k) * 1e6) else -1L
+          val result = engine.addFrame(y, w, u, v, w, 2, timeNs)
+          frames++
+          last = result
+          if (result.isTimeUsed) timesUsed++
+          if (result.code() != lastCode) {
+            val hint = result.hint()
+            println("frame $k: ${result.codeName()}" + if (hint.isNotEmpty()) ": $hint" else "")
+            lastCode = result.code()
+          }
+          if (result.isKeyFrame) {
+            keyFrames++
+            val preview = engine.preview(STRIP_WIDTH, STRIP_HEIGHT, strip)
+            stripSize = "${preview.width()}x${preview.height()}" // an app posts it to its view
+          }
+          if (result.isCanvasFull) {
+            println("frame $k: canvas full")
+            break
+          }
         }
-        if (result.isKeyFrame) {
-          keyFrames++
-          val preview = engine.preview(STRIP_WIDTH, STRIP_HEIGHT, strip)
-          stripSize = "${preview.width()}x${preview.height()}" // an app posts it to its view
-        }
-        if (result.isCanvasFull) {
-          println("frame $k: canvas full")
-          break
-        }
-      }
 
-      // A refused picture can still be saved; the user is told why and asked to sweep again.
-      val verdict = engine.verdict()
-      if (verdict.isPanorama) {
-        println("verdict: ${verdict.codeName()}")
-      } else {
-        println("verdict: ${verdict.codeName()}: ${verdict.hint()} (${verdict.message()})")
+        // A refused picture can still be saved; the user is told why and asked to sweep again.
+        val verdict = engine.verdict()
+        if (verdict.isPanorama) {
+          println("verdict: ${verdict.codeName()}")
+        } else {
+          println("verdict: ${verdict.codeName()}: ${verdict.hint()} (${verdict.message()})")
+        }
+        engine.saveJpeg(out, 0) // 0: the engine's default quality
+        val jpeg = engine.encodeJpeg(0) // what an app hands to MediaStore
+        if (!File(out).readBytes().contentEquals(jpeg)) {
+          throw InputException("encodeJpeg gave other bytes than $out")
+        }
+        println("PanoramaLoop: $frames frames, $keyFrames key frames, $timesUsed frame times " +
+            "used, progress ${last?.progress() ?: 0}%, strip $stripSize, panorama $out " +
+            "(${jpeg.size} bytes, the same in memory)")
       }
-      engine.saveJpeg(out, 0) // 0: the engine's default quality
-      val jpeg = engine.encodeJpeg(0) // what an app hands to MediaStore
-      if (!File(out).readBytes().contentEquals(jpeg)) {
-        throw InputException("encodeJpeg gave other bytes than $out")
-      }
-      println("PanoramaLoop: $frames frames, $keyFrames key frames, $timesUsed frame times " +
-          "used, progress ${last?.progress() ?: 0}%, strip $stripSize, panorama $out " +
-          "(${jpeg.size} bytes, the same in memory)")
     }
+  } finally {
+    HostGyroscope.setPresent(false) // engines made later have none
   }
-  HostGyroscope.setPresent(false)
 }
 
 fun main(args: Array<String>) {
