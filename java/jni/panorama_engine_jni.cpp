@@ -29,6 +29,7 @@ struct Bridge {
   unsigned char* canvasBytes = nullptr;  // allocated on the frame that fixes the direction
   __tag_ZOLT_OFFSCREEN canvas{};         // the direction-0 record until then
   tsRECT valid{0, 0, 0, 0};
+  int progress = 0;                      // AddImage's last: kept over frames it is not called
   char timeRefusal[256] = "";            // the message of the last frame time refused
 };
 
@@ -167,7 +168,6 @@ void ZP_JNI(nativeAddFrame)(JNIEnv* env, jclass, jlong address, jobject y, jint 
   long isKeyFrame = 0;
   int direction = 0;
   int sweepLength = 0;
-  int progress = 0;
   const int code = ZOLT_PANO_SelectFrames(b->engine, nullptr, nullptr, &frame, nullptr, &offset,
                                           &isKeyFrame, nullptr, &direction, &sweepLength);
   bool thrown = false;
@@ -178,12 +178,12 @@ void ZP_JNI(nativeAddFrame)(JNIEnv* env, jclass, jlong address, jobject y, jint 
         direction <= ZOLT_PANO_MOVE_UP && !allocateCanvas(env, b, direction))
       return;
     ZOLT_PANO_AddImage(b->engine, nullptr, nullptr, nullptr, nullptr, &b->canvas, &b->valid,
-                       nullptr, &progress);
+                       nullptr, &b->progress);
     canvasFull = canvasFullOrThrow(env, b, &thrown);
     if (thrown) return;
   }
   const jint result[] = {code,   isKeyFrame != 0 ? 1 : 0, direction,
-                         offset.x, offset.y, sweepLength, progress, canvasFull ? 1 : 0,
+                         offset.x, offset.y, sweepLength, b->progress, canvasFull ? 1 : 0,
                          timeRefused};
   env->SetIntArrayRegion(out, 0, sizeof result / sizeof result[0], result);
 }

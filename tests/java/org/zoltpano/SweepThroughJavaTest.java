@@ -56,6 +56,37 @@ class SweepThroughJavaTest {
     }
   }
 
+  // A sweep of a whole turn fills the canvas the binding allocated: the frame that reaches its
+  // end says so, as the C example's does, later frames are not merged and refuse nothing, and
+  // the panorama kept is the C example's.
+  @Test
+  void aWholeTurnFillsTheCanvasAndThePanoramaIsKept() throws Exception {
+    Sweep sweep = Sweep.make("whole_turn", "--preset", "steady", "--speed-px", "70",
+        "--photo-scale", "6", "--size", "1280x720", "--frames", "115");
+    Path cJpeg = Sweep.work().resolve("whole_turn_c.jpg");
+    String printed = Sweep.run(Arrays.asList(Sweep.property("zoltpano.stitchSweep"),
+        sweep.dir.toString(), cJpeg.toString()));
+    Matcher m = Pattern.compile("frame ([0-9]+): ERR_CANVAS_FULL").matcher(printed);
+    assertTrue(m.find(), printed);
+    int full = Integer.parseInt(m.group(1));
+
+    HostGyroscope.setPresent(true);
+    try (PanoramaEngine engine = PanoramaEngine.create(sweep.width, sweep.height, 90)) {
+      int progress = 0;
+      for (int k = 0; k < sweep.frames.size(); ++k) {
+        sweep.feedGyroscopeUntil(k);
+        FrameResult r = sweep.nv21Planes(k).addTo(engine, -1);
+        assertEquals(k >= full, r.isCanvasFull(), "frame " + k + ": " + r);
+        assertTrue(r.progress() >= progress, "progress went back at frame " + k);
+        progress = r.progress();
+      }
+      assertTrue(progress >= 90, "progress " + progress + "% at the end of a whole turn");
+      assertArrayEquals(Files.readAllBytes(cJpeg), engine.encodeJpeg(0));
+    } finally {
+      HostGyroscope.setPresent(false);
+    }
+  }
+
   // Frame times on the gyroscope's clock are taken; a time that steps back is refused by the
   // engine, the frame still tracked, and the refusal logged once.
   @Test
