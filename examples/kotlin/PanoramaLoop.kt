@@ -203,7 +203,9 @@ private fun run(sweep: Sweep, out: String, frameTimes: Boolean) {
   var stripSize = "none"
   try {
     reader.use {
-      PanoramaEngine.create(w, h, 90).use { engine -> // 90: a phone held upright
+      // The orientation: the clockwise turn that shows a frame upright (CameraX's
+      // rotationDegrees). The simulator's frames are upright as they come: 0.
+      PanoramaEngine.create(w, h, 0).use { engine ->
         // The frames' clock to the gyroscope's, as gyro-check would have measured it.
         val delayUs = Math.round(sweep.gyroOffsetMs * 1000).toInt()
         if (frameTimes && delayUs != 0) {
