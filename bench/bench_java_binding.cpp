@@ -20,13 +20,11 @@
 #include <utility>
 #include <vector>
 
+#include "bench/support/hd_sweep.h"
 #include "sim/sweep_simulator.h"
 #include "zolt_pano_ext.h"
 
 namespace {
-
-// Textured everywhere, so that no frame is cheap for lack of features.
-const char* kPhoto = "/usr/share/backgrounds/picosdeeuropa_by_Aitzol_Berasategi.jpg";
 
 // One frame as a camera hands it in YUV_420_888 (Android's NV21-backed Image): Y rows padded to
 // rowStride bytes; V and U interleaved in one plane of the same row stride, V first, each at
@@ -47,14 +45,7 @@ struct Sweep {
 const Sweep& sweep() {
   static const std::unique_ptr<Sweep> s = [] {
     auto out = std::make_unique<Sweep>();
-    auto cfg = zolt::sim::SweepConfig::fromPreset("handheld");
-    cfg.photoPath = kPhoto;
-    cfg.width = out->w;
-    cfg.height = out->h;
-    cfg.frames = 300;
-    cfg.speed = 0.006;
-    cfg.photoScale = 2.0;
-    zolt::sim::SweepSimulator sim(cfg);
+    zolt::sim::SweepSimulator sim(zolt::bench::hdHandheldSweep());
     zolt::sim::SimFrame f;
     const size_t stride = static_cast<size_t>(out->rowStride);
     const size_t w = static_cast<size_t>(out->w), h = static_cast<size_t>(out->h);

@@ -12,14 +12,12 @@
 
 #include "engine/capture_verdict.h"
 #include "image/nv21_img.h"
+#include "bench/support/hd_sweep.h"
 #include "sim/sweep_simulator.h"
 #include "zolt_pano.h"
 #include "zolt_pano_ext.h"
 
 namespace {
-
-// Textured everywhere, so that no frame is cheap for lack of features.
-const char* kPhoto = "/usr/share/backgrounds/picosdeeuropa_by_Aitzol_Berasategi.jpg";
 
 // A 300-frame handheld 1920 x 1080 sweep, rendered once and kept in memory.
 struct Sweep {
@@ -30,14 +28,7 @@ struct Sweep {
 const Sweep& sweep() {
   static const std::unique_ptr<Sweep> s = [] {
     auto out = std::make_unique<Sweep>();
-    auto cfg = zolt::sim::SweepConfig::fromPreset("handheld");
-    cfg.photoPath = kPhoto;
-    cfg.width = out->w;
-    cfg.height = out->h;
-    cfg.frames = 300;
-    cfg.speed = 0.006;      // 11.5 px a frame: 300 frames fit the photo scaled up twice
-    cfg.photoScale = 2.0;
-    zolt::sim::SweepSimulator sim(cfg);
+    zolt::sim::SweepSimulator sim(zolt::bench::hdHandheldSweep());
     zolt::sim::SimFrame f;
     while (sim.next(f)) out->frames.push_back(std::move(f.nv21));
     return out;
@@ -198,7 +189,7 @@ BENCHMARK(BM_VerdictKeyFrame)->Unit(benchmark::kMicrosecond);
 // the JPEG encoding.
 cv::Mat& canvasBgrSource() {
   static cv::Mat bgr = [] {
-    cv::Mat photo = cv::imread(kPhoto);
+    cv::Mat photo = cv::imread(zolt::bench::kSweepPhoto);
     cv::Mat c;
     cv::resize(photo(cv::Rect(0, 0, 3264, 441)), c, cv::Size(8000, 1080));
     return c;
